@@ -1,0 +1,34 @@
+// makeReadyFuture / makeFailedFuture: futures that are resolved before anyone sees them.
+//
+//   Future<bool> done = makeReadyFuture<bool>(true);              // get() returns at once
+//   auto failed = makeFailedFuture<std::unique_ptr<Message>>(
+//       std::make_exception_ptr(std::runtime_error("no route")));  // get() rethrows at once
+//
+// Thread-safety: each call makes its own fresh state; nothing is shared.
+#pragma once
+
+#include <exception>
+#include <utility>
+
+#include "connector/futures/Future.hpp"
+#include "connector/futures/Promise.hpp"
+
+namespace connector {
+
+// A fresh state resolved with `value`; the promise is let go at once.
+template <typename T>
+Future<T> makeReadyFuture(T&& value) {
+  Promise<T> promise;
+  promise.setValue(std::move(value));
+  return promise.getFuture();
+}
+
+// A fresh state resolved with `error` (HasException); get() rethrows it at once.
+template <typename T>
+Future<T> makeFailedFuture(std::exception_ptr error) {
+  Promise<T> promise;
+  promise.setException(std::move(error));
+  return promise.getFuture();
+}
+
+}  // namespace connector

@@ -1,0 +1,34 @@
+// connector/json.hpp: the whole public API of the JSON module and of the host contracts
+// it plugs into. Code outside this repository includes only this header.
+//
+//   #include <connector/json.hpp>
+//
+//   auto serializer = std::make_shared<connector::json::JsonSerializerImpl>();
+//   std::ostringstream out;
+//   serializer->serialize(std::make_unique<connector::Message>(), out);
+//   // out.str() == R"({"type":"connector/Message"})"
+//
+// Thread-safety: see each header.
+#pragma once
+
+// Futures and promises.
+#include "connector/futures/Future.hpp"
+#include "connector/futures/FutureStatus.hpp"
+#include "connector/futures/MakeFuture.hpp"
+#include "connector/futures/Promise.hpp"
+
+// Host contracts.
+#include "connector/host/Address.hpp"
+#include "connector/host/Context.hpp"
+#include "connector/host/DataBuffer.hpp"
+#include "connector/host/Demangle.hpp"
+#include "connector/host/DiagnosticLogger.hpp"
+#include "connector/host/FutureInstantiations.hpp"
+#include "connector/host/IStreamSubscriber.hpp"
+#include "connector/host/Lifecycle.hpp"
+#include "connector/host/Message.hpp"
+#include "connector/host/Publisher.hpp"
+#include "connector/host/PublisherFromStream.hpp"
+#include "connector/host/ServiceProvider.hpp"
+#include "connector/host/Subscriber.hpp"
+#include "connector/host/Subscription.hpp"

@@ -1,0 +1,1 @@
+// Gives the precompiled-header library of the test suites one translation unit.
