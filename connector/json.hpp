@@ -24,11 +24,32 @@
 #include "connector/host/Demangle.hpp"
 #include "connector/host/DiagnosticLogger.hpp"
 #include "connector/host/FutureInstantiations.hpp"
+#include "connector/host/InProcessLink.hpp"
 #include "connector/host/IStreamSubscriber.hpp"
 #include "connector/host/Lifecycle.hpp"
 #include "connector/host/Message.hpp"
+#include "connector/host/ModuleLogger.hpp"
 #include "connector/host/Publisher.hpp"
 #include "connector/host/PublisherFromStream.hpp"
+#include "connector/host/Router.hpp"
 #include "connector/host/ServiceProvider.hpp"
 #include "connector/host/Subscriber.hpp"
 #include "connector/host/Subscription.hpp"
+
+// Streams.
+#include "connector/streams/OneShotPublisher.hpp"
+#include "connector/streams/ReduceToDataBuffer.hpp"
+#include "connector/streams/ReducingSubscriber.hpp"
+
+// Serializer.
+#include "connector/serializer/JsonSerializer.hpp"
+#include "connector/serializer/JsonSerializerImpl.hpp"
+
+// Opaque messages, typed dispatch and the two providers of the JSON bridge.
+#include "connector/providers/JsonDeserializerServiceProvider.hpp"
+#include "connector/providers/JsonSerializerServiceProvider.hpp"
+#include "connector/providers/MessageAPI.hpp"
+#include "connector/providers/OpaqueMessage.hpp"
+#include "connector/providers/OpaqueServiceProvider.hpp"
+#include "connector/providers/ServiceMessage.hpp"
+#include "connector/providers/ServiceProviderAPI.hpp"
