@@ -42,12 +42,15 @@ class CONNECTOR_API Future {
   Future& operator=(const Future&) = delete;
 
   Future(Future&& other) noexcept
-      : state(std::move(other.state)), validFlag(std::exchange(other.validFlag, false)) {}
+      : state(std::move(other.state)),
+        validFlag(std::exchange(other.validFlag, false)),
+        continued(std::exchange(other.continued, false)) {}
 
   Future& operator=(Future&& other) noexcept {
     if (this != &other) {
       state = std::move(other.state);
       validFlag = std::exchange(other.validFlag, false);
+      continued = std::exchange(other.continued, false);
     }
     return *this;
   }
@@ -57,9 +60,14 @@ class CONNECTOR_API Future {
   // Waits until the state resolves, then returns the value (moved out) or rethrows the
   // error. Throws std::runtime_error: "Future state isn't valid!" on an invalid future;
   // "Future already returned it's value or has an associated continuation." on a second
-  // call or after then(); "Future has been cancelled." after cancel().
+  // call or after then() (also once the continuation has run and left the result
+  // untaken: the result belongs to the continuation's future); "Future has been
+  // cancelled." after cancel().
   T get() {
     checkValid();
+    if (continued) {
+      throw std::runtime_error(detail::kFutureAlreadyRetrieved);
+    }
     return state->take();
   }
 
@@ -75,10 +83,19 @@ class CONNECTOR_API Future {
   // Attaches the continuation: once the state resolves, it receives a fresh future over
   // the same state on the resolving thread (at once, on this thread, when the state is
   // resolved already). This future stays valid; its get() then reports the
-  // continuation. Throws like get() when the result was taken or a continuation is set.
+  // continuation. Throws like get() when the result was taken or a continuation is set,
+  // and std::invalid_argument "Future continuation must not be empty." for an empty
+  // function (which could otherwise only fail later, on the resolving thread).
   void then(std::function<void(Future<T>)> continuation) {
     checkValid();
+    if (!continuation) {
+      throw std::invalid_argument(detail::kFutureContinuationEmpty);
+    }
+    if (continued) {
+      throw std::runtime_error(detail::kFutureAlreadyRetrieved);
+    }
     state->attachContinuation(std::make_unique<FunctionContinuation>(std::move(continuation)));
+    continued = true;
   }
 
  private:
@@ -101,6 +118,9 @@ class CONNECTOR_API Future {
 
   std::shared_ptr<detail::SharedFutureState<T>> state;
   bool validFlag = false;
+  // Set by then(): the result belongs to the continuation's future from then on, even
+  // after the continuation has run and the state has cleared its own flags for it.
+  bool continued = false;
 };
 
 }  // namespace connector

@@ -63,6 +63,8 @@ inline constexpr const char* kFutureAlreadyRetrieved =
     "Future already returned it's value or has an associated continuation.";
 inline constexpr const char* kFutureCancelled = "Future has been cancelled.";
 inline constexpr const char* kFutureInvalidState = "Invalid Future state reached.";
+inline constexpr const char* kFutureContinuationEmpty =
+    "Future continuation must not be empty.";
 
 // A one-shot callable that a state runs once it has resolved.
 template <typename T>
