@@ -18,7 +18,11 @@
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define CONNECTOR_COUNT_WITH_SANITIZER_HOOKS 1
-#include <sanitizer/allocator_interface.h>
+// From the sanitizer runtime's allocator interface (its header does not ship with
+// every compiler): hooks called for every allocation and release, operator new included.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(
+    void (*onMalloc)(const volatile void* pointer, std::size_t size),
+    void (*onFree)(const volatile void* pointer));
 #endif
 
 namespace {
@@ -101,6 +105,9 @@ class AllocationCount {
 };
 
 TEST(ReduceToDataBufferAllocation, CountingSeesAnAllocation) {
+#if defined(CONNECTOR_COUNT_WITH_SANITIZER_HOOKS)
+  ASSERT_NE(hooksInstalled, 0);
+#endif
   AllocationCount count;
   auto probe = std::make_unique<std::array<char, 333>>();
   std::vector<std::size_t> seen = count.stop();
