@@ -137,19 +137,21 @@ class StreamPublisher final : public PublisherAPI<DataBuffer>,
   enum class Outcome { Open, Completed, Cancelled, Failed };
 
   // A put area that is one DataBuffer of kStreamChunkSize bytes; every full area is
-  // handed to the publisher as one item, without copying.
+  // handed to the publisher as one item, without copying. The put area is detached
+  // before a chunk is handed on, so it never points into storage that has left.
   class ChunkingBuffer final : public std::streambuf {
    public:
     explicit ChunkingBuffer(StreamPublisher& owner) : owner(owner) {}
 
     // Publishes what is left; false when the stream was cancelled meanwhile.
-    bool finish() { return flushChunk(); }
+    bool finish() { return publishCurrent(); }
 
    protected:
     int_type overflow(int_type ch) override {
-      if (!flushChunk()) {
+      if (!publishCurrent()) {
         return traits_type::eof();
       }
+      startChunk();
       if (!traits_type::eq_int_type(ch, traits_type::eof())) {
         *pptr() = traits_type::to_char_type(ch);
         pbump(1);
@@ -160,8 +162,11 @@ class StreamPublisher final : public PublisherAPI<DataBuffer>,
     std::streamsize xsputn(const char* bytes, std::streamsize n) override {
       std::streamsize written = 0;
       while (written < n) {
-        if (pptr() == epptr() && !flushChunk()) {
-          return written;
+        if (pptr() == epptr()) {
+          if (!publishCurrent()) {
+            return written;
+          }
+          startChunk();
         }
         const std::streamsize room = epptr() - pptr();
         const std::streamsize step = std::min(room, n - written);
@@ -173,24 +178,32 @@ class StreamPublisher final : public PublisherAPI<DataBuffer>,
     }
 
    private:
-    // Hands the filled part of the current chunk on and starts a fresh one.
-    bool flushChunk() {
-      if (chunk.data != nullptr) {
-        chunk.size = static_cast<std::size_t>(pptr() - pbase());
-        if (chunk.size > 0 && !owner.publish(std::move(chunk))) {
-          setp(nullptr, nullptr);
-          return false;
-        }
+    // Hands the filled part of the current chunk on; an empty chunk keeps its storage
+    // for the next one. False once the stream was cancelled.
+    bool publishCurrent() {
+      if (pbase() == nullptr) {
+        return true;
       }
-      chunk = DataBuffer();
-      chunk.data = static_cast<std::uint8_t*>(std::malloc(kStreamChunkSize));
+      chunk.size = static_cast<std::size_t>(pptr() - pbase());
+      setp(nullptr, nullptr);
+      if (chunk.size == 0) {
+        return true;
+      }
+      return owner.publish(std::move(chunk));
+    }
+
+    // Makes the current chunk (allocating one when the last was handed on) the put area.
+    void startChunk() {
       if (chunk.data == nullptr) {
-        throw std::runtime_error("Out of memory!");
+        chunk.data = static_cast<std::uint8_t*>(std::malloc(kStreamChunkSize));
+        if (chunk.data == nullptr) {
+          throw std::runtime_error("Out of memory!");
+        }
+        chunk.capacity = kStreamChunkSize;
       }
-      chunk.capacity = kStreamChunkSize;
+      chunk.size = 0;
       char* begin = reinterpret_cast<char*>(chunk.data);
       setp(begin, begin + kStreamChunkSize);
-      return true;
     }
 
     StreamPublisher& owner;
@@ -228,9 +241,30 @@ class StreamPublisher final : public PublisherAPI<DataBuffer>,
     {
       std::lock_guard<std::mutex> guard(mutex);
       writerFinished = true;
-      writerError = failure;
+      if (!writerError) {  // a subscriber's failure recorded first is kept
+        writerError = failure;
+      }
     }
     drain();
+  }
+
+  // A subscriber whose onNext threw gets nothing more: the stream stops as if
+  // cancelled, and completion fails with that exception (the bytes were not all
+  // delivered). Entered and left without `mutex` held.
+  void abandonDelivery(std::unique_lock<std::mutex>& lock, std::exception_ptr error) {
+    std::vector<Promise<bool>> resolved;
+    lock.lock();
+    cancelled = true;
+    pending.clear();
+    if (outcome == Outcome::Open) {
+      outcome = Outcome::Failed;
+      writerError = error;
+      resolved.swap(waiting);
+    }
+    lock.unlock();
+    for (auto& promise : resolved) {
+      promise.setException(error);
+    }
   }
 
   void drain() {
@@ -259,7 +293,12 @@ class StreamPublisher final : public PublisherAPI<DataBuffer>,
           --demand;
         }
         lock.unlock();
-        target->onNext(std::move(item));
+        try {
+          target->onNext(std::move(item));
+        } catch (...) {
+          abandonDelivery(lock, std::current_exception());
+          throw;
+        }
         lock.lock();
         continue;
       }
@@ -297,7 +336,7 @@ class StreamPublisher final : public PublisherAPI<DataBuffer>,
   std::uint64_t demand = 0;                           // guarded by mutex; max() = unbounded
   bool writerStarted = false;                         // guarded by mutex
   bool writerFinished = false;                        // guarded by mutex
-  std::exception_ptr writerError;                     // guarded by mutex
+  std::exception_ptr writerError;                     // guarded by mutex; writer's or onNext's
   bool emitting = false;                              // guarded by mutex
   bool cancelled = false;                             // guarded by mutex
   bool terminalSent = false;                          // guarded by mutex

@@ -11,8 +11,11 @@
 // from request(n) is honoured: chunks beyond it wait in order until more is requested,
 // possibly from another thread. cancel() stops delivery (the writer's further output
 // is discarded). An exception from the writer becomes onError after the bytes written
-// before it. completion() resolves true once everything was delivered, false on
-// cancel, and with the writer's error when it failed.
+// before it. A subscriber whose onNext throws receives nothing more: delivery stops as
+// on cancel and the exception goes on to the caller that signalled demand (or, when
+// the writer's own thread delivered, ends the writer's output). completion() resolves
+// true once everything was delivered, false on cancel, and fails with the writer's
+// error, or with the exception from onNext.
 //
 // Thread-safety: request and cancel may be called from any thread; items are delivered
 // one at a time, in order, never concurrently.

@@ -256,5 +256,68 @@ TEST(PublisherFromStream, WriterRunsOnTheThreadThatFirstSignalsDemand) {
   EXPECT_EQ(ranOn, std::this_thread::get_id());
 }
 
+
+// A subscriber that throws from onNext after `okItems` items.
+class ThrowingSubscriber : public ChunkSubscriber {
+ public:
+  ThrowingSubscriber(std::int64_t demand, std::size_t okItems)
+      : ChunkSubscriber(demand), okItems(okItems) {}
+  void onNext(common::DataBuffer&& item) override {
+    if (itemCount() == okItems) {
+      throw std::logic_error("subscriber broke");
+    }
+    ChunkSubscriber::onNext(std::move(item));
+  }
+  std::size_t okItems;
+};
+
+TEST(PublisherFromStream, SubscriberThatThrowsFromOnNextGetsNothingMoreAndCompletionFails) {
+  const std::string bytes = patternBytes(4 * kChunk);
+  bool writerFinished = false;
+  auto publisher = makePublisherFromStream([&](std::ostream& out) {
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    out.clear();  // even a writer that insists gets nowhere
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    writerFinished = true;
+  });
+  auto sink = std::make_shared<ThrowingSubscriber>(-1, 1);
+  publisher->subscribe(sink);
+  EXPECT_TRUE(writerFinished);
+  EXPECT_EQ(sink->sizes, (std::vector<std::size_t>{kChunk}));
+  EXPECT_FALSE(sink->ended);  // neither onComplete nor onError
+  EXPECT_THROW_TEXT(publisher->completion().get(), std::logic_error, "subscriber broke");
+}
+
+TEST(PublisherFromStream, SubscriberThatThrowsOnARequestedItemSeesTheExceptionFromRequest) {
+  const std::string bytes = patternBytes(3 * kChunk);
+  auto publisher = publisherOf(bytes);
+  Future<bool> done = publisher->completion();
+  auto sink = std::make_shared<ThrowingSubscriber>(1, 1);
+  publisher->subscribe(sink);
+  EXPECT_EQ(sink->itemCount(), 1u);
+  EXPECT_THROW_TEXT(sink->request(1), std::logic_error, "subscriber broke");
+  sink->request(5);  // stopped: nothing more arrives
+  EXPECT_EQ(sink->itemCount(), 1u);
+  EXPECT_FALSE(sink->ended);
+  EXPECT_THROW_TEXT(done.get(), std::logic_error, "subscriber broke");
+}
+
+TEST(PublisherFromStream, WriterMayClearAndKeepWritingAfterACancel) {
+  auto sink = std::make_shared<ChunkSubscriber>(1);
+  auto publisher = makePublisherFromStream([&sink](std::ostream& out) {
+    const std::string block = patternBytes(kChunk);
+    out.write(block.data(), static_cast<std::streamsize>(block.size()));
+    out.put('x');  // hands the first chunk on
+    sink->cancel();
+    for (int i = 0; i < 3; ++i) {
+      out.clear();
+      out.write(block.data(), static_cast<std::streamsize>(block.size()));
+    }
+  });
+  publisher->subscribe(sink);
+  EXPECT_EQ(sink->itemCount(), 1u);
+  EXPECT_FALSE(publisher->completion().get());
+}
+
 }  // namespace
 }  // namespace connector::reactive_streams
