@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <exception>
+#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -251,7 +252,7 @@ bool runLoad(shop::ShopNodes& nodes, const Options& options) {
               << " (distinct reservation ids: " << ids.size() << ", pieces reserved: " << pieces
               << ")\n"
               << "  throughput:      " << static_cast<long>(perSecond) << " requests/s ("
-              << seconds << " s)\n"
+              << std::fixed << std::setprecision(2) << seconds << " s)\n"
               << "  latency:         p50 " << static_cast<long>(p50) << " us, p99 "
               << static_cast<long>(p99) << " us\n";
   }
