@@ -19,7 +19,7 @@ namespace connector {
 template <typename T>
 Future<T> makeReadyFuture(T&& value) {
   Promise<T> promise;
-  promise.setValue(std::move(value));
+  promise.setValue(std::forward<T>(value));
   return promise.getFuture();
 }
 

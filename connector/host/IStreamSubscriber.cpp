@@ -119,7 +119,7 @@ Future<bool> IStreamSubscriber::completion() {
   return failure ? makeFailedFuture<bool>(failure) : makeReadyFuture<bool>(true);
 }
 
-void IStreamSubscriber::resolveCompletion(std::exception_ptr error) {
+void IStreamSubscriber::resolveCompletion(const std::exception_ptr& error) {
   std::vector<Promise<bool>> resolved;
   {
     std::lock_guard<std::mutex> guard(completionMutex);

@@ -48,7 +48,7 @@ class CONNECTOR_API IStreamSubscriber : public SubscriberAPI<common::DataBuffer>
 
  private:
   class QueueBuffer;
-  void resolveCompletion(std::exception_ptr error);
+  void resolveCompletion(const std::exception_ptr& error);
 
   std::unique_ptr<QueueBuffer> buffer;
   std::istream input;

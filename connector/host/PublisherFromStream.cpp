@@ -251,7 +251,7 @@ class StreamPublisher final : public PublisherAPI<DataBuffer>,
   // A subscriber whose onNext threw gets nothing more: the stream stops as if
   // cancelled, and completion fails with that exception (the bytes were not all
   // delivered). Entered and left without `mutex` held.
-  void abandonDelivery(std::unique_lock<std::mutex>& lock, std::exception_ptr error) {
+  void abandonDelivery(std::unique_lock<std::mutex>& lock, const std::exception_ptr& error) {
     std::vector<Promise<bool>> resolved;
     lock.lock();
     cancelled = true;

@@ -32,7 +32,7 @@
 namespace connector::reactive_streams {
 
 // Largest item the publisher emits.
-inline constexpr std::size_t kStreamChunkSize = 64 * 1024;
+inline constexpr std::size_t kStreamChunkSize = std::size_t{64} * 1024;
 
 CONNECTOR_API std::shared_ptr<PublisherAPI<common::DataBuffer>> makePublisherFromStream(
     std::function<void(std::ostream&)>&& writer);

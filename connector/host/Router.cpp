@@ -53,6 +53,7 @@ Router::~Router() {
   stop();
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the host's public signature.
 void Router::bind(Address address, std::shared_ptr<ServiceProvider> provider,
                   std::shared_ptr<Context> nextHop) {
   if (!provider) {

@@ -39,7 +39,8 @@ class CONNECTOR_API MessageAPI : public ServiceMessage<P> {
       return static_cast<P*>(provider.get())
           ->handle(std::move(typed), std::move(address), std::move(context));
     }
-    const char* found = typeid(*self.get()).name();  // std::bad_typeid for a null self
+    const Message* raw = self.get();
+    const char* found = typeid(*raw).name();  // std::bad_typeid for a null self
     std::string text = "Unable to deliver to service. Incorrect message type. Expected: ";
     text += typeid(*this).name();
     text += " but found ";

@@ -48,7 +48,8 @@ class CONNECTOR_API ServiceProviderAPI : public ServiceProvider {
     }
     auto* typed = dynamic_cast<ServiceMessage<P>*>(message.get());
     if (typed == nullptr) {
-      const char* found = typeid(*message.get()).name();  // std::bad_typeid for null
+      const Message* raw = message.get();
+      const char* found = typeid(*raw).name();  // std::bad_typeid for null
       std::string text = "Incorrect message type. Expected: ";
       text += typeid(ServiceMessage<P>).name();
       text += " but found ";

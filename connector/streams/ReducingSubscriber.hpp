@@ -116,6 +116,7 @@ class CONNECTOR_API ReducingSubscriber : public SubscriberAPI<T> {
   // Cancels a still Active subscriber (the subscription is cancelled, a pending result
   // receives the accumulator, a pending completion false), then releases the reducer
   // under the mutex. A failure in here ends the process (std::terminate).
+  // NOLINTNEXTLINE(bugprone-exception-escape): a failure here ends the process, on purpose.
   ~ReducingSubscriber() override {
     std::unique_lock<std::mutex> lock(mutex);
     cancelLocked(lock);
