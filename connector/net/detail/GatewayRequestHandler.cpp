@@ -128,6 +128,18 @@ std::string addressesJson(const Router& router) {
   return out.str();
 }
 
+// The decoded path of a request target ("/shop%2FReserveItem?x" -> "/shop/ReserveItem").
+// Throws ErrorAnswer 400 for a malformed one.
+std::string targetPath(const std::string& target) {
+  std::string path = target.substr(0, target.find_first_of("?#"));
+  if (path.find('%') == std::string::npos && !path.empty() && path[0] == '/') return path;
+  try {
+    return Poco::URI(target).getPath();
+  } catch (const Poco::Exception&) {
+    throw ErrorAnswer{HTTPResponse::HTTP_BAD_REQUEST, "Malformed request target '" + target + "'"};
+  }
+}
+
 bool isBound(const Router& router, const std::string& address) {
   const std::vector<Address> bound = router.addresses();
   return std::any_of(bound.begin(), bound.end(),
@@ -184,13 +196,7 @@ void GatewayRequestHandler::handleRequest(Poco::Net::HTTPServerRequest& request,
   const std::string& method = request.getMethod();
   bool bodyRead = false;
   try {
-    std::string path;
-    try {
-      path = Poco::URI(request.getURI()).getPath();
-    } catch (const Poco::Exception&) {
-      throw ErrorAnswer{HTTPResponse::HTTP_BAD_REQUEST,
-                        "Malformed request target '" + request.getURI() + "'"};
-    }
+    std::string path = targetPath(request.getURI());
     if (path == "/" || path.empty()) {
       if (method != HTTPRequest::HTTP_GET) {
         response.set("Allow", "GET");
