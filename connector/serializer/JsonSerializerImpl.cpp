@@ -326,8 +326,8 @@ MessagePtr JsonSerializerImpl::deserialize(ObjectPtr&& object) {
 
 namespace {
 
-// Steps shared by both streamed operations: subscribe a stream reader to the publisher
-// and parse what it reads into one JSON object. Blocks until the stream ends.
+// Steps shared by both streamed operations: parse what the reader's stream delivers
+// into one JSON object. Blocks until the publisher completes or the stream fails.
 ObjectPtr parseObject(const std::shared_ptr<connector::reactive_streams::IStreamSubscriber>& reader) {
   Poco::SharedPtr<Poco::JSON::ParseHandler> handler(new Poco::JSON::ParseHandler(false));
   Poco::JSON::Parser parser(handler);
