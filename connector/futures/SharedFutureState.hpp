@@ -178,6 +178,7 @@ void SharedFutureState<T>::setException(std::exception_ptr error) {
   if (status == FutureStatus::Cancelled) {
     return;
   }
+  // NOLINTNEXTLINE(bugprone-throw-keyword-missing): stores the error, nothing to throw here.
   resultSlot = new std::exception_ptr(std::move(error));
   status = FutureStatus::HasException;
   completeLocked(std::move(lock));
@@ -187,6 +188,9 @@ template <typename T>
 void SharedFutureState<T>::abandon() noexcept {
   Lock lock(mutex);
   if (status == FutureStatus::Pending) {
+    // Runs in ~Promise: running out of memory here ends the process, as any failure
+    // inside a destructor does.
+    // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
     resultSlot = new std::exception_ptr(
         std::make_exception_ptr(std::runtime_error(kPromiseDestroyed)));
     status = FutureStatus::HasException;
