@@ -36,8 +36,8 @@ class EchoContext : public Context {
 
 struct Node {
   Node() {
-    auto provider = std::make_shared<json::JsonDeserializerServiceProvider>(
-        Harness::instance().serializer);
+    auto provider =
+        std::make_shared<json::JsonDeserializerServiceProvider>(Harness::instance().serializer);
     router->bind(Address("fuzz/echo"), provider, std::make_shared<EchoContext>());
     router->start();
     net::HttpGatewayOptions options;
@@ -53,7 +53,12 @@ struct Node {
 
 bool documented(int status) {
   switch (status) {
-    case 200: case 400: case 404: case 405: case 413: case 503:
+    case 200:
+    case 400:
+    case 404:
+    case 405:
+    case 413:
+    case 503:
       return true;
     default:
       return false;
@@ -72,8 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     std::size_t sent = 0;
     while (sent < size) {
-      sent += static_cast<std::size_t>(
-          socket.sendBytes(data + sent, static_cast<int>(size - sent)));
+      sent +=
+          static_cast<std::size_t>(socket.sendBytes(data + sent, static_cast<int>(size - sent)));
     }
     socket.shutdownSend();
   } catch (const Poco::Net::NetException&) {

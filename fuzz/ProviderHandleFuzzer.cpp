@@ -38,7 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       std::make_shared<json::JsonDeserializerServiceProvider>(harness.serializer);
   const auto seen = std::make_shared<EchoContext>();
 
-  auto request = std::make_unique<json::OpaqueMessage>(kContentType, common::DataBuffer(data, size));
+  auto request =
+      std::make_unique<json::OpaqueMessage>(kContentType, common::DataBuffer(data, size));
   json::OpaqueMessage& sent = *request;
   Future<std::unique_ptr<Message>> reply;
   try {

@@ -97,9 +97,8 @@ double connectorPingPong() {
 }
 
 double stdPingPong() {
-  return pingPong<std::promise, std::future>(
-      [](std::promise<int>& p) { return p.get_future(); },
-      [](std::promise<int>& p, int v) { p.set_value(v); });
+  return pingPong<std::promise, std::future>([](std::promise<int>& p) { return p.get_future(); },
+                                             [](std::promise<int>& p, int v) { p.set_value(v); });
 }
 
 void BM_PromiseFutureCrossThread(benchmark::State& state) {

@@ -56,8 +56,7 @@ class PairedTiming {
   }
 
   // Counters in MiB/s and the ratios connector bandwidth / baseline bandwidth.
-  void reportBandwidthRatio(benchmark::State& state, double bytesPerIteration,
-                            const char* goal) {
+  void reportBandwidthRatio(benchmark::State& state, double bytesPerIteration, const char* goal) {
     const double mib = bytesPerIteration * static_cast<double>(state.iterations()) / 1048576.0;
     state.counters["connector_MiBps"] = mib / (connectorNs * 1e-9);
     state.counters["baseline_MiBps"] = mib / (baselineNs * 1e-9);

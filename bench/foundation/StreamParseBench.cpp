@@ -84,8 +84,7 @@ void BM_ParseThroughIStreamSubscriber(benchmark::State& state, const std::string
 
 // One benchmark per corpus document, registered before main runs them.
 const bool registered = [] {
-  const std::filesystem::path corpus =
-      std::filesystem::path(CONNECTOR_SHARED_DATA_DIR) / "corpus";
+  const std::filesystem::path corpus = std::filesystem::path(CONNECTOR_SHARED_DATA_DIR) / "corpus";
   std::vector<std::filesystem::path> documents;
   std::error_code ignored;
   for (const auto& entry : std::filesystem::directory_iterator(corpus, ignored)) {

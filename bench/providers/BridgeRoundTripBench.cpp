@@ -72,7 +72,9 @@ void registerShop(JsonSerializer& s) {
       });
   s.registerType(
       "bench/Receipt", typeid(Receipt),
-      [](const std::unique_ptr<Message>& m) { return receiptObject(static_cast<const Receipt&>(*m)); },
+      [](const std::unique_ptr<Message>& m) {
+        return receiptObject(static_cast<const Receipt&>(*m));
+      },
       [](Poco::SharedPtr<Poco::JSON::Object> j) -> std::unique_ptr<Message> {
         auto r = std::make_unique<Receipt>();
         r->id = j->getValue<std::string>("id");
@@ -96,7 +98,8 @@ struct Bridge {
   std::shared_ptr<JsonDeserializerServiceProvider> gateway =
       std::make_shared<JsonDeserializerServiceProvider>(serializer);
   std::shared_ptr<testing::ProviderContext> link = std::make_shared<testing::ProviderContext>(
-      gateway, std::make_shared<testing::ServiceContext>([](std::unique_ptr<Message>&&, const Address&) {
+      gateway,
+      std::make_shared<testing::ServiceContext>([](std::unique_ptr<Message>&&, const Address&) {
         return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<Receipt>());
       }));
 };
@@ -110,8 +113,10 @@ void BM_BridgeRoundTrip(benchmark::State& state) {
   Bridge& b = bridge();
   for (auto _ : state) {
     std::unique_ptr<Message> answer =
-        b.client->deliver(std::make_unique<Order>(), Address("shop/Order"),
-                          std::shared_ptr<Context>(b.link)).get();
+        b.client
+            ->deliver(std::make_unique<Order>(), Address("shop/Order"),
+                      std::shared_ptr<Context>(b.link))
+            .get();
     benchmark::DoNotOptimize(answer.get());
   }
   state.SetItemsProcessed(state.iterations());

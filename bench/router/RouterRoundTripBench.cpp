@@ -42,7 +42,8 @@ class DirectContext : public Context {
   DirectContext(std::shared_ptr<ServiceProvider> provider, std::shared_ptr<Context> next)
       : provider(std::move(provider)), next(std::move(next)) {}
   Future<MessagePtr> deliver(MessagePtr&& message, Address&& address) override {
-    return provider->deliver(std::move(message), std::move(address), std::shared_ptr<Context>(next));
+    return provider->deliver(std::move(message), std::move(address),
+                             std::shared_ptr<Context>(next));
   }
 
  private:
@@ -97,8 +98,7 @@ struct HandWired {
   std::shared_ptr<json::JsonDeserializerServiceProvider> deserializer =
       std::make_shared<json::JsonDeserializerServiceProvider>(farSerializer);
   std::shared_ptr<Context> link = std::make_shared<DirectContext>(
-      deserializer,
-      std::make_shared<DirectContext>(std::make_shared<ReservationDesk>(), nullptr));
+      deserializer, std::make_shared<DirectContext>(std::make_shared<ReservationDesk>(), nullptr));
 };
 
 void BM_RoundTripThroughRouters(benchmark::State& state) {
@@ -143,9 +143,8 @@ void BM_RouterOverhead(benchmark::State& state) {
       std::chrono::duration<double, std::nano>(routedTime).count() / iterations;
   state.counters["providers_ns"] =
       std::chrono::duration<double, std::nano>(wiredTime).count() / iterations;
-  state.counters["router_over_providers"] =
-      std::chrono::duration<double>(routedTime).count() /
-      std::chrono::duration<double>(wiredTime).count();
+  state.counters["router_over_providers"] = std::chrono::duration<double>(routedTime).count() /
+                                            std::chrono::duration<double>(wiredTime).count();
 }
 BENCHMARK(BM_RouterOverhead)->Repetitions(5)->DisplayAggregatesOnly(true);
 

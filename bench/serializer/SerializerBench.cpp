@@ -12,8 +12,8 @@
 // Each iteration times both sides on the thread's CPU clock, alternating which goes first.
 #include <benchmark/benchmark.h>
 
-#include <ctime>
 #include <cstdint>
+#include <ctime>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -90,7 +90,9 @@ std::shared_ptr<JsonSerializerImpl> makeSerializer() {
   auto serializer = std::make_shared<JsonSerializerImpl>();
   serializer->registerType(
       "bench/Document", typeid(DocumentMessage),
-      [](const std::unique_ptr<Message>& m) { return static_cast<const DocumentMessage&>(*m).document; },
+      [](const std::unique_ptr<Message>& m) {
+        return static_cast<const DocumentMessage&>(*m).document;
+      },
       [](ObjectPtr object) { return std::make_unique<DocumentMessage>(std::move(object)); });
   serializer->registerType("bench/Order", typeid(Order), orderToJson, orderFromJson);
   return serializer;

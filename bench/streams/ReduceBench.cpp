@@ -142,7 +142,9 @@ void BM_ReduceChunksVersusMemcpy(benchmark::State& state) {
       static_cast<double>(state.iterations() * total) / memcpySeconds / (1024.0 * kMiB);
   state.SetLabel("16384 chunks of 4 KiB");
 }
-BENCHMARK(BM_ReduceChunksVersusMemcpy)->UseManualTime()->Unit(benchmark::kMillisecond)
+BENCHMARK(BM_ReduceChunksVersusMemcpy)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
     ->MinTime(2.0);
 
 // Per-byte time of each total (fold, and memcpy into fresh memory), kept for the
@@ -179,8 +181,12 @@ void BM_ReducePerByte(benchmark::State& state) {
     state.counters["vs_1MiB"] = entry.reduce / first->second.reduce;
   }
 }
-BENCHMARK(BM_ReducePerByte)->RangeMultiplier(2)->Range(1, 64)->UseManualTime()
-    ->Unit(benchmark::kMicrosecond)->MinTime(1.0);
+BENCHMARK(BM_ReducePerByte)
+    ->RangeMultiplier(2)
+    ->Range(1, 64)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond)
+    ->MinTime(1.0);
 
 void BM_OneShotReduce100Bytes(benchmark::State& state) {
   constexpr int kBatch = 1000;

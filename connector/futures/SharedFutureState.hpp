@@ -63,8 +63,7 @@ inline constexpr const char* kFutureAlreadyRetrieved =
     "Future already returned it's value or has an associated continuation.";
 inline constexpr const char* kFutureCancelled = "Future has been cancelled.";
 inline constexpr const char* kFutureInvalidState = "Invalid Future state reached.";
-inline constexpr const char* kFutureContinuationEmpty =
-    "Future continuation must not be empty.";
+inline constexpr const char* kFutureContinuationEmpty = "Future continuation must not be empty.";
 
 // A one-shot callable that a state runs once it has resolved.
 template <typename T>
@@ -117,12 +116,12 @@ class CONNECTOR_API SharedFutureState : public std::enable_shared_from_this<Shar
   [[noreturn]] static void rethrowUnwrapped(std::exception_ptr error);
 
   std::mutex mutex;
-  std::condition_variable condition;                       // waiters of take(); guarded by mutex
-  void* resultSlot = nullptr;                              // T* or std::exception_ptr*, by status; guarded by mutex
-  std::unique_ptr<FutureContinuation<T>> continuation;     // guarded by mutex
-  FutureStatus status = FutureStatus::Pending;             // guarded by mutex
-  bool futureReturned = false;                             // guarded by mutex
-  bool resultTaken = false;                                // guarded by mutex
+  std::condition_variable condition;  // waiters of take(); guarded by mutex
+  void* resultSlot = nullptr;         // T* or std::exception_ptr*, by status; guarded by mutex
+  std::unique_ptr<FutureContinuation<T>> continuation;  // guarded by mutex
+  FutureStatus status = FutureStatus::Pending;          // guarded by mutex
+  bool futureReturned = false;                          // guarded by mutex
+  bool resultTaken = false;                             // guarded by mutex
 };
 
 template <typename T>
@@ -191,8 +190,8 @@ void SharedFutureState<T>::abandon() noexcept {
     // Runs in ~Promise: running out of memory here ends the process, as any failure
     // inside a destructor does.
     // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
-    resultSlot = new std::exception_ptr(
-        std::make_exception_ptr(std::runtime_error(kPromiseDestroyed)));
+    resultSlot =
+        new std::exception_ptr(std::make_exception_ptr(std::runtime_error(kPromiseDestroyed)));
     status = FutureStatus::HasException;
   }
   completeLocked(std::move(lock));
@@ -200,8 +199,7 @@ void SharedFutureState<T>::abandon() noexcept {
 
 template <typename T>
 void SharedFutureState<T>::completeLocked(Lock lock) {
-  if (!continuation ||
-      (status != FutureStatus::HasValue && status != FutureStatus::HasException)) {
+  if (!continuation || (status != FutureStatus::HasValue && status != FutureStatus::HasException)) {
     lock.unlock();
     condition.notify_all();
     return;

@@ -40,9 +40,7 @@ class CONNECTOR_API DataBuffer {
   // Throws std::runtime_error "Out of memory!" (buffer unchanged) when growth fails.
   void append(const DataBuffer& item);
 
-  std::string_view view() const noexcept {
-    return {reinterpret_cast<const char*>(data), size};
-  }
+  std::string_view view() const noexcept { return {reinterpret_cast<const char*>(data), size}; }
 
   std::uint8_t* data = nullptr;  // malloc'ed bytes, or null
   std::size_t capacity = 0;      // bytes allocated

@@ -74,11 +74,11 @@ class IStreamSubscriber::QueueBuffer : public std::streambuf {
 
  private:
   std::mutex mutex;
-  std::condition_variable arrived;          // signalled on push and finish
-  std::deque<common::DataBuffer> queue;     // guarded by mutex
-  bool finished = false;                    // guarded by mutex
-  std::exception_ptr error;                 // guarded by mutex
-  common::DataBuffer current;               // reader thread only: the get area's storage
+  std::condition_variable arrived;       // signalled on push and finish
+  std::deque<common::DataBuffer> queue;  // guarded by mutex
+  bool finished = false;                 // guarded by mutex
+  std::exception_ptr error;              // guarded by mutex
+  common::DataBuffer current;            // reader thread only: the get area's storage
 };
 
 IStreamSubscriber::IStreamSubscriber()

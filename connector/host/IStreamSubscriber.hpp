@@ -54,9 +54,9 @@ class CONNECTOR_API IStreamSubscriber : public SubscriberAPI<common::DataBuffer>
   std::istream input;
 
   std::mutex completionMutex;
-  bool finished = false;                     // guarded by completionMutex
-  std::exception_ptr failure;                // guarded by completionMutex
-  std::vector<Promise<bool>> waiting;        // guarded by completionMutex
+  bool finished = false;               // guarded by completionMutex
+  std::exception_ptr failure;          // guarded by completionMutex
+  std::vector<Promise<bool>> waiting;  // guarded by completionMutex
 };
 
 }  // namespace connector::reactive_streams

@@ -329,19 +329,19 @@ class StreamPublisher final : public PublisherAPI<DataBuffer>,
   }
 
   std::mutex mutex;
-  std::function<void(std::ostream&)> writer;          // moved out when it runs
+  std::function<void(std::ostream&)> writer;              // moved out when it runs
   std::shared_ptr<SubscriberAPI<DataBuffer>> subscriber;  // guarded by mutex
-  std::shared_ptr<StreamSubscription> subscription;   // guarded by mutex; the only strong ref
-  std::deque<DataBuffer> pending;                     // guarded by mutex; chunks not yet sent
-  std::uint64_t demand = 0;                           // guarded by mutex; max() = unbounded
-  bool writerStarted = false;                         // guarded by mutex
-  bool writerFinished = false;                        // guarded by mutex
-  std::exception_ptr writerError;                     // guarded by mutex; writer's or onNext's
-  bool emitting = false;                              // guarded by mutex
-  bool cancelled = false;                             // guarded by mutex
-  bool terminalSent = false;                          // guarded by mutex
-  Outcome outcome = Outcome::Open;                    // guarded by mutex
-  std::vector<Promise<bool>> waiting;                 // guarded by mutex
+  std::shared_ptr<StreamSubscription> subscription;       // guarded by mutex; the only strong ref
+  std::deque<DataBuffer> pending;                         // guarded by mutex; chunks not yet sent
+  std::uint64_t demand = 0;                               // guarded by mutex; max() = unbounded
+  bool writerStarted = false;                             // guarded by mutex
+  bool writerFinished = false;                            // guarded by mutex
+  std::exception_ptr writerError;                         // guarded by mutex; writer's or onNext's
+  bool emitting = false;                                  // guarded by mutex
+  bool cancelled = false;                                 // guarded by mutex
+  bool terminalSent = false;                              // guarded by mutex
+  Outcome outcome = Outcome::Open;                        // guarded by mutex
+  std::vector<Promise<bool>> waiting;                     // guarded by mutex
 };
 
 void StreamSubscription::request(std::int64_t n) {

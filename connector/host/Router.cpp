@@ -57,8 +57,8 @@ Router::~Router() {
 void Router::bind(Address address, std::shared_ptr<ServiceProvider> provider,
                   std::shared_ptr<Context> nextHop) {
   if (!provider) {
-    throw std::invalid_argument("Cannot bind a null service provider at address '" +
-                                address.str() + "'");
+    throw std::invalid_argument("Cannot bind a null service provider at address '" + address.str() +
+                                "'");
   }
   if (!nextHop) {
     nextHop = context();

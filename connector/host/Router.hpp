@@ -89,8 +89,7 @@ class CONNECTOR_API Router : public std::enable_shared_from_this<Router> {
   // future with std::invalid_argument "No service bound at address 'shop/ReserveItem'",
   // and an exception thrown by the provider's deliver becomes a failed future holding it.
   // Runs the provider on the calling thread and blocks as long as the provider does.
-  Future<std::unique_ptr<Message>> deliver(std::unique_ptr<Message>&& message,
-                                           Address&& address);
+  Future<std::unique_ptr<Message>> deliver(std::unique_ptr<Message>&& message, Address&& address);
 
   // The context that delivers into this router (it holds the router weakly; once the
   // router is gone its deliveries fail with std::runtime_error "Router no longer exists;

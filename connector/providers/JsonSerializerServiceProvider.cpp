@@ -57,9 +57,8 @@ Future<std::unique_ptr<Message>> JsonSerializerServiceProvider::deliver(
   // answer of another type has no meaning to recover from here.
   auto* opaque = answer ? dynamic_cast<OpaqueMessage*>(answer.get()) : nullptr;
   assert(opaque != nullptr && "the far side of a JSON bridge answers with an OpaqueMessage");
-  auto answerBytes =
-      std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(
-          std::move(opaque->payload));
+  auto answerBytes = std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(
+      std::move(opaque->payload));
   return serializer->deserialize(std::move(answerBytes));
 }
 

@@ -3,7 +3,8 @@
 // std::unique_ptr<M> and calls P::handle.
 //
 //   class OpaqueMessage : public connector::MessageAPI<OpaqueMessage, OpaqueServiceProvider> {};
-//   // deliverTo(provider, std::move(self), ...) -> provider.handle(std::unique_ptr<OpaqueMessage>, ...)
+//   // deliverTo(provider, std::move(self), ...) -> provider.handle(std::unique_ptr<OpaqueMessage>,
+//   ...)
 //
 // Thread-safety: no state of its own; runs on the delivering thread.
 #pragma once

@@ -27,8 +27,8 @@ class CONNECTOR_API OpaqueMessage : public MessageAPI<OpaqueMessage, OpaqueServi
   OpaqueMessage(const std::string& contentType, common::DataBuffer&& payload)
       : contentType(contentType), payload(std::move(payload)) {}
 
-  std::string contentType;       // media type of the payload
-  common::DataBuffer payload;    // the serialized bytes
+  std::string contentType;     // media type of the payload
+  common::DataBuffer payload;  // the serialized bytes
 };
 
 }  // namespace connector::json

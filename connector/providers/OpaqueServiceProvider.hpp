@@ -2,7 +2,8 @@
 //
 //   class Gateway : public connector::json::OpaqueServiceProvider {
 //     Future<std::unique_ptr<Message>> handle(std::unique_ptr<OpaqueMessage>&& request,
-//                                             Address&& to, std::shared_ptr<Context>&& ctx) override;
+//                                             Address&& to, std::shared_ptr<Context>&& ctx)
+//                                             override;
 //   };
 //
 // deliver (inherited) refuses deliveries while not running and messages that are not

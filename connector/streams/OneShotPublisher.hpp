@@ -95,9 +95,9 @@ class CONNECTOR_API OneShotPublisher : public PublisherAPI<T> {
    private:
     friend class OneShotPublisher;
 
-    OneShotPublisher* publisher;     // not owning; cleared when the publisher dies first
-    bool cancelled = false;          // set by cancel(), never cleared
-    std::uint64_t requested = 0;     // total demand, modulo 2^64
+    OneShotPublisher* publisher;  // not owning; cleared when the publisher dies first
+    bool cancelled = false;       // set by cancel(), never cleared
+    std::uint64_t requested = 0;  // total demand, modulo 2^64
   };
 
   // Moves `value` in (the source is left empty) and creates the subscription. Throws

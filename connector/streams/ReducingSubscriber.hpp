@@ -273,11 +273,11 @@ class CONNECTOR_API ReducingSubscriber : public SubscriberAPI<T> {
   std::unique_ptr<Promise<R>> resultPromise;         // guarded by mutex; made lazily while Active
   std::unique_ptr<Promise<bool>> completionPromise;  // guarded by mutex; made lazily while Active
   Reducer reducer;                                   // guarded by mutex
-  R initial;                                         // guarded by mutex; never read after construction
-  R accumulator;                                     // guarded by mutex
-  std::exception_ptr error;                          // guarded by mutex; kept only without promises
-  std::weak_ptr<Subscription> subscription;          // guarded by mutex
-  ReducerState state = ReducerState::Active;         // guarded by mutex
+  R initial;                                  // guarded by mutex; never read after construction
+  R accumulator;                              // guarded by mutex
+  std::exception_ptr error;                   // guarded by mutex; kept only without promises
+  std::weak_ptr<Subscription> subscription;   // guarded by mutex
+  ReducerState state = ReducerState::Active;  // guarded by mutex
 };
 
 // Folds everything `publisher` publishes into one R: creates a ReducingSubscriber,
@@ -289,8 +289,7 @@ class CONNECTOR_API ReducingSubscriber : public SubscriberAPI<T> {
 // subscription allowed." or std::runtime_error "Subscription went away!".
 template <typename T, typename R>
 Future<R> reduce(std::shared_ptr<PublisherAPI<T>> publisher,
-                 typename detail::NonDeduced<std::function<R(T&&, R&&)>>::type reducer,
-                 R initial) {
+                 typename detail::NonDeduced<std::function<R(T&&, R&&)>>::type reducer, R initial) {
   auto subscriber = std::make_shared<ReducingSubscriber<T, R>>(reducer, std::move(initial));
   if (publisher != nullptr) {
     publisher->subscribe(subscriber);

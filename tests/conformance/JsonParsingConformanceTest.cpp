@@ -120,8 +120,9 @@ class JsonParsingConformanceTest : public ::testing::Test {
                                                    common::DataBuffer(std::string_view(bytes)));
     const int callsBefore = context->calls;
     try {
-      auto reply = provider->handle(std::move(request), Address("conformance"),
-                                    std::shared_ptr<Context>(context))
+      auto reply = provider
+                       ->handle(std::move(request), Address("conformance"),
+                                std::shared_ptr<Context>(context))
                        .get();
       auto* opaque = dynamic_cast<OpaqueMessage*>(reply.get());
       if (opaque == nullptr) {

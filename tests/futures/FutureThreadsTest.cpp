@@ -27,10 +27,11 @@ using namespace std::chrono_literals;
 class WaiterThread {
  public:
   template <typename F>
-  explicit WaiterThread(F&& waiter) : thread([this, w = std::forward<F>(waiter)]() mutable {
-      started.store(true);
-      w();
-    }) {
+  explicit WaiterThread(F&& waiter)
+      : thread([this, w = std::forward<F>(waiter)]() mutable {
+          started.store(true);
+          w();
+        }) {
     while (!started.load()) {
       std::this_thread::yield();
     }
@@ -61,9 +62,8 @@ TEST(FutureThreads, WaiterOnAnotherThreadWakesOnSetValue) {
 TEST(FutureThreads, WaiterOnAnotherThreadWakesOnSetException) {
   Promise<bool> promise;
   Future<bool> future = promise.getFuture();
-  WaiterThread waiter([&] {
-    EXPECT_THROW_TEXT(future.get(), std::invalid_argument, "failed elsewhere");
-  });
+  WaiterThread waiter(
+      [&] { EXPECT_THROW_TEXT(future.get(), std::invalid_argument, "failed elsewhere"); });
   promise.setException(std::make_exception_ptr(std::invalid_argument("failed elsewhere")));
 }
 

@@ -61,14 +61,13 @@ TEST_F(StreamedDeserializeRegressionTest, BytesAfterAByteFFAreStillRead) {
   const std::string document = "{\"type\":\"connector/Message\",\"x\":[\xff]}";
   const std::string expected = parserErrorOf(document);
   ASSERT_FALSE(expected.empty());
-  EXPECT_THROW_TEXT(byType(document, 5).get(), std::invalid_argument,
-                    "Parsing error: " + expected);
-  EXPECT_THROW_TEXT(serializer->deserialize("connector/Message",
-                                            std::make_shared<ChunkPublisher>(
-                                                ChunkPublisher::split(document, 7)))
-                        .get(),
-                    std::invalid_argument,
-                    "Parsing error for type 'connector/Message': " + expected);
+  EXPECT_THROW_TEXT(byType(document, 5).get(), std::invalid_argument, "Parsing error: " + expected);
+  EXPECT_THROW_TEXT(
+      serializer
+          ->deserialize("connector/Message",
+                        std::make_shared<ChunkPublisher>(ChunkPublisher::split(document, 7)))
+          .get(),
+      std::invalid_argument, "Parsing error for type 'connector/Message': " + expected);
 }
 
 }  // namespace

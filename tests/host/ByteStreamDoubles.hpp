@@ -38,7 +38,7 @@ namespace connector::testing {
 
 // Cuts `bytes` into buffers of at most `chunkSize` bytes.
 inline std::vector<common::DataBuffer> splitIntoChunks(std::string_view bytes,
-                                                        std::size_t chunkSize) {
+                                                       std::size_t chunkSize) {
   std::vector<common::DataBuffer> chunks;
   for (std::size_t at = 0; at < bytes.size(); at += chunkSize) {
     chunks.emplace_back(bytes.substr(at, chunkSize));
@@ -208,17 +208,17 @@ class ChunkSubscriber : public reactive_streams::SubscriberAPI<common::DataBuffe
   std::mutex mutex;
   std::condition_variable changed;
   std::optional<std::int64_t> demandOnSubscribe;
-  bool requestOneMorePerItem = false;                  // set before subscribing
-  std::function<void(std::size_t itemsSoFar)> onItem;  // set before subscribing
+  bool requestOneMorePerItem = false;                          // set before subscribing
+  std::function<void(std::size_t itemsSoFar)> onItem;          // set before subscribing
   std::weak_ptr<reactive_streams::Subscription> subscription;  // guarded by mutex
-  std::vector<std::size_t> sizes;                      // guarded by mutex
-  std::string bytes;                                   // guarded by mutex
-  std::vector<std::thread::id> threads;                // guarded by mutex
-  bool ended = false;                                  // guarded by mutex
-  bool inNext = false;                                 // guarded by mutex
-  std::string ending;                                  // guarded by mutex: "complete"/"error"
-  std::exception_ptr error;                            // guarded by mutex
-  int endings = 0;                                     // guarded by mutex
+  std::vector<std::size_t> sizes;                              // guarded by mutex
+  std::string bytes;                                           // guarded by mutex
+  std::vector<std::thread::id> threads;                        // guarded by mutex
+  bool ended = false;                                          // guarded by mutex
+  bool inNext = false;                                         // guarded by mutex
+  std::string ending;        // guarded by mutex: "complete"/"error"
+  std::exception_ptr error;  // guarded by mutex
+  int endings = 0;           // guarded by mutex
 
  private:
   void end(const char* how, std::exception_ptr e) {

@@ -48,9 +48,7 @@ TEST(Demangle, UnreadableNameComesBackAsGiven) {
   EXPECT_EQ(demangle_typeid_name("*not mangled", false), "not mangled");
 }
 
-TEST(Demangle, NullNameGivesAnEmptyString) {
-  EXPECT_EQ(demangle_typeid_name(nullptr, true), "");
-}
+TEST(Demangle, NullNameGivesAnEmptyString) { EXPECT_EQ(demangle_typeid_name(nullptr, true), ""); }
 
 }  // namespace
 }  // namespace connector

@@ -31,9 +31,7 @@ class CapturedRecords {
                                      << expr::attr<int>("Severity") << "|" << expr::smessage);
     logging::core::get()->add_sink(sink);
   }
-  ~CapturedRecords() {
-    logging::core::get()->remove_sink(sink);
-  }
+  ~CapturedRecords() { logging::core::get()->remove_sink(sink); }
   std::string lines() {
     sink->flush();
     return text.str();

@@ -145,9 +145,7 @@ TEST(IStreamSubscriber, ExpiredSubscriptionEndsTheStreamInsteadOfHanging) {
 }
 
 TEST(IStreamSubscriber, ReadsWhatAStreamPublisherWrites) {
-  auto publisher = makePublisherFromStream([](std::ostream& out) {
-    out << "{\"a\":" << 1 << "}";
-  });
+  auto publisher = makePublisherFromStream([](std::ostream& out) { out << "{\"a\":" << 1 << "}"; });
   auto reader = std::make_shared<IStreamSubscriber>();
   publisher->subscribe(reader);
   std::string text(std::istreambuf_iterator<char>(reader->stream()), {});

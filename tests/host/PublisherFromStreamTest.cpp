@@ -26,9 +26,7 @@ std::shared_ptr<PublisherAPI<common::DataBuffer>> publisherOf(std::string bytes)
   });
 }
 
-TEST(PublisherFromStream, ChunksAreAtMost64KiB) {
-  EXPECT_EQ(kStreamChunkSize, kChunk);
-}
+TEST(PublisherFromStream, ChunksAreAtMost64KiB) { EXPECT_EQ(kStreamChunkSize, kChunk); }
 
 TEST(PublisherFromStream, WriterDoesNotRunAtCreation) {
   bool ran = false;
@@ -198,8 +196,7 @@ TEST(PublisherFromStream, ThrowingWriterDeliversTheBytesBeforeTheThrowThenTheErr
   EXPECT_EQ(sink->sizes, (std::vector<std::size_t>{kChunk, 3}));
   EXPECT_EQ(sink->ending, "error");
   EXPECT_EQ(sink->endings, 1);
-  EXPECT_THROW_TEXT(std::rethrow_exception(sink->error), std::invalid_argument,
-                    "writer failed");
+  EXPECT_THROW_TEXT(std::rethrow_exception(sink->error), std::invalid_argument, "writer failed");
   EXPECT_THROW_TEXT(done.get(), std::invalid_argument, "writer failed");
   EXPECT_THROW_TEXT(publisher->completion().get(), std::invalid_argument, "writer failed");
 }
@@ -255,7 +252,6 @@ TEST(PublisherFromStream, WriterRunsOnTheThreadThatFirstSignalsDemand) {
   publisher->subscribe(sink);
   EXPECT_EQ(ranOn, std::this_thread::get_id());
 }
-
 
 // A subscriber that throws from onNext after `okItems` items.
 class ThrowingSubscriber : public ChunkSubscriber {

@@ -295,7 +295,8 @@ TEST(HttpLinkTest, AGatewayRestartedBehindAnIdleConnectionIsReachedWithoutAnErro
   same.port = port;
   nettest::FarShop restarted(same);
   // The pooled connection died with the old gateway; the link retries on a fresh one.
-  auto* reservation = dynamic_cast<shop::Reservation*>(client.reserve("LAMP-01", 2).get());
+  std::unique_ptr<Message> answer = client.reserve("LAMP-01", 2);
+  auto* reservation = dynamic_cast<shop::Reservation*>(answer.get());
   ASSERT_NE(reservation, nullptr);
   EXPECT_EQ(reservation->quantity, 2);
 }

@@ -38,7 +38,8 @@ void registerSums(JsonSerializer& serializer) {
         return o;
       },
       [](Poco::SharedPtr<Poco::JSON::Object> o) -> std::unique_ptr<Message> {
-        return std::make_unique<SumRequest>(o->getValue<std::int64_t>("a"), o->getValue<std::int64_t>("b"));
+        return std::make_unique<SumRequest>(o->getValue<std::int64_t>("a"),
+                                            o->getValue<std::int64_t>("b"));
       });
   serializer.registerType(
       "test/SumResult", typeid(SumResult),
@@ -91,15 +92,19 @@ TEST(BridgeEndToEnd, EightClientThreadsGetEveryAnswerMatchedToItsRequest) {
         bool ok = false;
         switch (i % 3) {
           case 0: {
-            reply = client->deliver(std::make_unique<Greeting>("g" + std::to_string(n), n),
-                                    Address("greeter"), link).get();
+            reply = client
+                        ->deliver(std::make_unique<Greeting>("g" + std::to_string(n), n),
+                                  Address("greeter"), link)
+                        .get();
             auto* r = dynamic_cast<GreetingReply*>(reply.get());
             ok = r != nullptr && r->text == "g" + std::to_string(n) && r->number == n &&
                  r->accepted == (n % 2 == 0);
             break;
           }
           case 1: {
-            reply = client->deliver(std::make_unique<SumRequest>(n, 1000000), Address("adder"), link).get();
+            reply =
+                client->deliver(std::make_unique<SumRequest>(n, 1000000), Address("adder"), link)
+                    .get();
             auto* r = dynamic_cast<SumResult*>(reply.get());
             ok = r != nullptr && r->sum == n + 1000000;
             break;
@@ -128,14 +133,16 @@ TEST(BridgeEndToEnd, ConcurrentRequestsShareOneSerializerOnBothSides) {
   auto client = std::make_shared<JsonSerializerServiceProvider>(serializer);
   auto gateway = std::make_shared<JsonDeserializerServiceProvider>(serializer);
   gateway->setRunning(true);
-  auto link = std::make_shared<testing::ProviderContext>(gateway, std::make_shared<testing::ServiceContext>(answer));
+  auto link = std::make_shared<testing::ProviderContext>(
+      gateway, std::make_shared<testing::ServiceContext>(answer));
 
   std::atomic<int> matched{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&, t] {
       for (std::int64_t i = 0; i < 250; ++i) {
-        auto reply = client->deliver(std::make_unique<SumRequest>(t, i), Address("adder"), link).get();
+        auto reply =
+            client->deliver(std::make_unique<SumRequest>(t, i), Address("adder"), link).get();
         auto* r = dynamic_cast<SumResult*>(reply.get());
         if (r != nullptr && r->sum == t + i) {
           ++matched;

@@ -24,7 +24,8 @@ class BridgeFailureTest : public ::testing::Test {
 
   // Delivers a greeting and expects the normal answer: the process keeps serving.
   void expectNextRequestServed() {
-    auto reply = client->deliver(std::make_unique<Greeting>("next", 2), Address("greeter"), link).get();
+    auto reply =
+        client->deliver(std::make_unique<Greeting>("next", 2), Address("greeter"), link).get();
     auto* typed = dynamic_cast<GreetingReply*>(reply.get());
     ASSERT_NE(typed, nullptr);
     EXPECT_EQ(typed->text, "next");
@@ -33,7 +34,8 @@ class BridgeFailureTest : public ::testing::Test {
   std::function<Future<std::unique_ptr<Message>>(std::unique_ptr<Message>&&)> farService =
       [](std::unique_ptr<Message>&& request) {
         auto& g = dynamic_cast<Greeting&>(*request);
-        return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<GreetingReply>(g.text, g.number, true));
+        return makeReadyFuture<std::unique_ptr<Message>>(
+            std::make_unique<GreetingReply>(g.text, g.number, true));
       };
   std::shared_ptr<JsonSerializerImpl> clientSerializer = std::make_shared<JsonSerializerImpl>();
   std::shared_ptr<JsonSerializerImpl> farSerializer = std::make_shared<JsonSerializerImpl>();
@@ -43,19 +45,23 @@ class BridgeFailureTest : public ::testing::Test {
       std::make_shared<JsonDeserializerServiceProvider>(farSerializer);
   std::shared_ptr<testing::ProviderContext> link = std::make_shared<testing::ProviderContext>(
       gateway, std::make_shared<testing::ServiceContext>(
-                   [this](std::unique_ptr<Message>&& m, const Address&) { return farService(std::move(m)); }));
+                   [this](std::unique_ptr<Message>&& m, const Address&) {
+                     return farService(std::move(m));
+                   }));
 };
 
 TEST_F(BridgeFailureTest, UnregisteredRequestTypeFailsOnTheClientSide) {
-  EXPECT_THROW_TEXT(client->deliver(std::make_unique<testing::Unregistered>(), Address("greeter"), link),
-                    std::invalid_argument, "No serializer for type: connector::testing::Unregistered");
+  EXPECT_THROW_TEXT(
+      client->deliver(std::make_unique<testing::Unregistered>(), Address("greeter"), link),
+      std::invalid_argument, "No serializer for type: connector::testing::Unregistered");
   expectNextRequestServed();
 }
 
 TEST_F(BridgeFailureTest, RequestTypeUnknownToTheFarSideFails) {
   farSerializer->deregisterType(testing::kGreeting);
   EXPECT_THROW_TEXT(client->deliver(std::make_unique<Greeting>("x", 1), Address("greeter"), link),
-                    std::invalid_argument, "Error while parsing: No deserializer for type: test/Greeting");
+                    std::invalid_argument,
+                    "Error while parsing: No deserializer for type: test/Greeting");
   testing::registerTestMessages(*farSerializer);
   expectNextRequestServed();
 }
@@ -71,7 +77,8 @@ TEST_F(BridgeFailureTest, FarSideNotRunningFails) {
 TEST_F(BridgeFailureTest, FailingFarServiceFails) {
   auto healthy = farService;
   farService = [](std::unique_ptr<Message>&&) {
-    return makeFailedFuture<std::unique_ptr<Message>>(std::make_exception_ptr(std::runtime_error("out of stock")));
+    return makeFailedFuture<std::unique_ptr<Message>>(
+        std::make_exception_ptr(std::runtime_error("out of stock")));
   };
   EXPECT_THROW_TEXT(client->deliver(std::make_unique<Greeting>("x", 1), Address("greeter"), link),
                     std::runtime_error, "out of stock");
@@ -85,7 +92,8 @@ TEST_F(BridgeFailureTest, AnswerOfATypeTheFarSideCannotSerializeFails) {
     return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<testing::Unregistered>());
   };
   EXPECT_THROW_TEXT(client->deliver(std::make_unique<Greeting>("x", 1), Address("greeter"), link),
-                    std::invalid_argument, "No serializer for type: connector::testing::Unregistered");
+                    std::invalid_argument,
+                    "No serializer for type: connector::testing::Unregistered");
   farService = healthy;
   expectNextRequestServed();
 }

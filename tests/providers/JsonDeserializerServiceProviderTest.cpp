@@ -38,8 +38,8 @@ class JsonDeserializerServiceProviderTest : public ::testing::Test {
     return out.str();
   }
 
-  static std::unique_ptr<OpaqueMessage> request(std::string_view bytes,
-                                                const std::string& contentType = "application/json") {
+  static std::unique_ptr<OpaqueMessage> request(
+      std::string_view bytes, const std::string& contentType = "application/json") {
     return std::make_unique<OpaqueMessage>(contentType, common::DataBuffer(bytes));
   }
 
@@ -60,12 +60,14 @@ TEST_F(JsonDeserializerServiceProviderTest, AnswersWithTheSerializedTypedAnswer)
 }
 
 TEST_F(JsonDeserializerServiceProviderTest, EchoesAnyContentType) {
-  auto reply = provider->handle(request(kGreetingJson, "application/vnd.shop+json; charset=utf-8"),
-                                Address("greeter"), context)
+  auto reply = provider
+                   ->handle(request(kGreetingJson, "application/vnd.shop+json; charset=utf-8"),
+                            Address("greeter"), context)
                    .get();
   auto& opaque = dynamic_cast<OpaqueMessage&>(*reply);
   EXPECT_EQ(opaque.contentType, "application/vnd.shop+json; charset=utf-8");
-  EXPECT_EQ(opaque.payload.view(), R"({"accepted":true,"number":4,"text":"re: hi","type":"test/GreetingReply"})");
+  EXPECT_EQ(opaque.payload.view(),
+            R"({"accepted":true,"number":4,"text":"re: hi","type":"test/GreetingReply"})");
 }
 
 TEST_F(JsonDeserializerServiceProviderTest, SendsTheDeserializedRequestToTheSameAddress) {
@@ -96,7 +98,8 @@ TEST_F(JsonDeserializerServiceProviderTest, PayloadThatDoesNotParseThrowsThrough
 
 TEST_F(JsonDeserializerServiceProviderTest, UnregisteredTypeNameThrows) {
   EXPECT_THROW_TEXT(provider->handle(request(R"({"type":"shop/Unknown"})"), Address("a"), context),
-                    std::invalid_argument, "Error while parsing: No deserializer for type: shop/Unknown");
+                    std::invalid_argument,
+                    "Error while parsing: No deserializer for type: shop/Unknown");
   EXPECT_EQ(context->calls(), 0u);
 }
 
@@ -127,14 +130,14 @@ TEST_F(JsonDeserializerServiceProviderTest, FailedAnswerOfTheServiceIsRethrown) 
     return makeFailedFuture<std::unique_ptr<Message>>(
         std::make_exception_ptr(std::runtime_error("out of stock")));
   });
-  EXPECT_THROW_TEXT(provider->handle(request(kGreetingJson), Address("a"), context), std::runtime_error,
-                    "out of stock");
+  EXPECT_THROW_TEXT(provider->handle(request(kGreetingJson), Address("a"), context),
+                    std::runtime_error, "out of stock");
 }
 
 TEST_F(JsonDeserializerServiceProviderTest, InvalidAnswerFutureThrows) {
   context->answerWith([](std::unique_ptr<Message>&) { return Future<std::unique_ptr<Message>>(); });
-  EXPECT_THROW_TEXT(provider->handle(request(kGreetingJson), Address("a"), context), std::runtime_error,
-                    "Future state isn't valid!");
+  EXPECT_THROW_TEXT(provider->handle(request(kGreetingJson), Address("a"), context),
+                    std::runtime_error, "Future state isn't valid!");
 }
 
 TEST_F(JsonDeserializerServiceProviderTest, LateAnswerFromAnotherThreadIsAwaited) {
@@ -148,7 +151,8 @@ TEST_F(JsonDeserializerServiceProviderTest, AnswerOfAnUnregisteredTypeThrows) {
   context->answerWith([](std::unique_ptr<Message>&) {
     return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<testing::Unregistered>());
   });
-  EXPECT_THROW_TEXT(provider->handle(request(kGreetingJson), Address("a"), context), std::invalid_argument,
+  EXPECT_THROW_TEXT(provider->handle(request(kGreetingJson), Address("a"), context),
+                    std::invalid_argument,
                     "No serializer for type: connector::testing::Unregistered");
 }
 

@@ -33,7 +33,8 @@ class JsonSerializerServiceProviderTest : public ::testing::Test {
   }
 
   // Answers every request with the JSON of the given reply, as the far side would.
-  void answerWithJsonOf(std::unique_ptr<Message> reply, std::string contentType = "application/json") {
+  void answerWithJsonOf(std::unique_ptr<Message> reply,
+                        std::string contentType = "application/json") {
     auto bytes = std::make_shared<std::string>(jsonOf(reply));
     context->answerWith([bytes, contentType](std::unique_ptr<Message>&) {
       return makeReadyFuture<std::unique_ptr<Message>>(
@@ -51,7 +52,8 @@ TEST_F(JsonSerializerServiceProviderTest, ForwardsExactlyTheSerializedBytesAsJso
   answerWithJsonOf(std::make_unique<GreetingReply>("hello", 7, true));
 
   // What serialize publishes, joined, is the expected payload.
-  common::DataBuffer published = reduceSerializedPublisherToDataBuffer(serializer->serialize(request)).get();
+  common::DataBuffer published =
+      reduceSerializedPublisherToDataBuffer(serializer->serialize(request)).get();
 
   provider->deliver(std::move(request), Address("greeter"), context).get();
   ASSERT_EQ(context->calls(), 1u);
@@ -91,9 +93,9 @@ TEST_F(JsonSerializerServiceProviderTest, ProviderThatWasNeverStartedStillForwar
 }
 
 TEST_F(JsonSerializerServiceProviderTest, UnregisteredRequestTypeThrowsAndNothingIsSent) {
-  EXPECT_THROW_TEXT(provider->deliver(std::make_unique<testing::Unregistered>(), Address("a"), context),
-                    std::invalid_argument,
-                    "No serializer for type: connector::testing::Unregistered");
+  EXPECT_THROW_TEXT(
+      provider->deliver(std::make_unique<testing::Unregistered>(), Address("a"), context),
+      std::invalid_argument, "No serializer for type: connector::testing::Unregistered");
   EXPECT_EQ(context->calls(), 0u);
 }
 
@@ -122,7 +124,8 @@ TEST_F(JsonSerializerServiceProviderTest, ContextThatThrowsLetsTheExceptionOut) 
 }
 
 TEST_F(JsonSerializerServiceProviderTest, LateAnswerFromAnotherThreadIsAwaited) {
-  auto bytes = std::make_shared<std::string>(jsonOf(std::make_unique<GreetingReply>("late", 9, true)));
+  auto bytes =
+      std::make_shared<std::string>(jsonOf(std::make_unique<GreetingReply>("late", 9, true)));
   context->answerLaterWith([bytes]() -> std::unique_ptr<Message> {
     return std::make_unique<OpaqueMessage>("application/json", common::DataBuffer(*bytes));
   });
@@ -139,7 +142,8 @@ TEST_F(JsonSerializerServiceProviderTest, AnswerThatIsNotJsonFailsThroughTheRetu
         std::make_unique<OpaqueMessage>("application/json", common::DataBuffer("{not json")));
   });
   Future<std::unique_ptr<Message>> answer;
-  ASSERT_NO_THROW(answer = provider->deliver(std::make_unique<Greeting>("x", 1), Address("a"), context));
+  ASSERT_NO_THROW(answer =
+                      provider->deliver(std::make_unique<Greeting>("x", 1), Address("a"), context));
   try {
     answer.get();
     FAIL() << "no exception";

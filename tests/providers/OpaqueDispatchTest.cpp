@@ -14,13 +14,14 @@ namespace {
 using testing::RecordingContext;
 
 constexpr const char* kNotRunning = "Service exists but is not running.";
-constexpr const char* kExpectedBase = "N9connector14ServiceMessageINS_4json21OpaqueServiceProviderEEE";
+constexpr const char* kExpectedBase =
+    "N9connector14ServiceMessageINS_4json21OpaqueServiceProviderEEE";
 
 // An opaque provider that records what reaches handle and answers with an empty message.
 class RecordingOpaqueProvider : public OpaqueServiceProvider {
  public:
-  Future<std::unique_ptr<Message>> handle(std::unique_ptr<OpaqueMessage>&& message, Address&& address,
-                                          std::shared_ptr<Context>&&) override {
+  Future<std::unique_ptr<Message>> handle(std::unique_ptr<OpaqueMessage>&& message,
+                                          Address&& address, std::shared_ptr<Context>&&) override {
     handled = std::move(message);
     lastAddress = std::move(address);
     return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<Message>());
@@ -53,7 +54,8 @@ TEST(OpaqueDispatch, StoppedProviderRefusesEveryDelivery) {
   std::unique_ptr<Message> wrong = std::make_unique<testing::Greeting>();
   std::unique_ptr<Message> good = opaque();
   for (std::unique_ptr<Message>* message : {&null, &wrong, &good}) {
-    auto future = provider->deliver(std::move(*message), Address("a"), std::make_shared<RecordingContext>());
+    auto future =
+        provider->deliver(std::move(*message), Address("a"), std::make_shared<RecordingContext>());
     ASSERT_TRUE(future.valid());
     EXPECT_THROW_TEXT(future.get(), std::runtime_error, kNotRunning);
   }
@@ -67,7 +69,8 @@ TEST(OpaqueDispatch, MessageOfAnotherTypeFailsAndStaysWithTheCaller) {
   auto provider = runningProvider();
   std::unique_ptr<Message> message = std::make_unique<testing::Greeting>("hi", 1);
   Message* raw = message.get();
-  auto future = provider->deliver(std::move(message), Address("a"), std::make_shared<RecordingContext>());
+  auto future =
+      provider->deliver(std::move(message), Address("a"), std::make_shared<RecordingContext>());
   const std::string expected = std::string("Incorrect message type. Expected: ") + kExpectedBase +
                                " but found " + typeid(testing::Greeting).name();
   EXPECT_THROW_TEXT(future.get(), std::invalid_argument, expected);

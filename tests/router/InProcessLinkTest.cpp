@@ -1,5 +1,5 @@
-#include <connector/json.hpp>
 #include <gtest/gtest.h>
+#include <connector/json.hpp>
 
 #include <memory>
 #include <stdexcept>
@@ -95,8 +95,7 @@ TEST(InProcessLinkTest, TwoNodesJoinedByALinkServeTheSameAddressWithoutLooping) 
   auto far = std::make_shared<Router>();
   far->bind(Address("shop/ReserveItem"), std::make_shared<EchoService>("service: "));
   auto client = std::make_shared<Router>();
-  client->bind(Address("shop/ReserveItem"),
-               std::make_shared<ForwardingService>("shop/ReserveItem"),
+  client->bind(Address("shop/ReserveItem"), std::make_shared<ForwardingService>("shop/ReserveItem"),
                std::make_shared<InProcessLink>(far));
 
   MessagePtr answer = client->deliver(text("SKU-2"), Address("shop/ReserveItem")).get();

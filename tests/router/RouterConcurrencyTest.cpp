@@ -1,5 +1,5 @@
-#include <connector/json.hpp>
 #include <gtest/gtest.h>
+#include <connector/json.hpp>
 
 #include <atomic>
 #include <memory>
@@ -60,7 +60,10 @@ TEST(RouterConcurrencyTest, BindAndUnbindOfOtherAddressesWhileFourThreadsDeliver
         Future<MessagePtr> maybe = router->deliver(text("t", id), Address(transient(i % 8)));
         try {
           MessagePtr transientAnswer = maybe.get();
-          if (asText(transientAnswer).number == id) ++transientServed; else ++wrong;
+          if (asText(transientAnswer).number == id)
+            ++transientServed;
+          else
+            ++wrong;
         } catch (const std::invalid_argument& error) {
           if (std::string(error.what()) ==
               "No service bound at address '" + transient(i % 8) + "'") {
@@ -125,8 +128,7 @@ TEST(RouterConcurrencyTest, FourThreadsDeliverAcrossALinkWithNestedBlockingDeliv
   far->bind(Address("shop/ReserveItem"), std::make_shared<ForwardingService>("inventory"));
   far->bind(Address("inventory"), std::make_shared<EchoService>("stock: "));
   auto client = std::make_shared<Router>();
-  client->bind(Address("shop/ReserveItem"),
-               std::make_shared<ForwardingService>("shop/ReserveItem"),
+  client->bind(Address("shop/ReserveItem"), std::make_shared<ForwardingService>("shop/ReserveItem"),
                std::make_shared<InProcessLink>(far));
 
   std::atomic<long> matched{0};

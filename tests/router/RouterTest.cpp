@@ -1,5 +1,5 @@
-#include <connector/json.hpp>
 #include <gtest/gtest.h>
+#include <connector/json.hpp>
 
 #include <memory>
 #include <stdexcept>

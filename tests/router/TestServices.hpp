@@ -3,8 +3,8 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -127,7 +127,8 @@ class ThrowingService : public CountingService {
 // Fails to start (or to stop) with the given text.
 class FailingLifecycleService : public EchoService {
  public:
-  FailingLifecycleService(bool failStart, bool failStop) : failStart(failStart), failStop(failStop) {}
+  FailingLifecycleService(bool failStart, bool failStop)
+      : failStart(failStart), failStop(failStop) {}
   void start() override {
     ++starts;
     if (failStart) throw std::runtime_error("cannot start");

@@ -74,8 +74,8 @@ TEST(OneShotPublisher, RequestZeroOnAFreshSubscriptionEmitsNothing) {
   auto subscriber = std::make_shared<Recorder>(0);
   publisher->subscribe(subscriber);
   EXPECT_EQ(subscriber->events, (Events{"subscribe"}));
-  auto subscription = std::static_pointer_cast<Publisher::OneShotSubscription>(
-      subscriptionOf(*subscriber));
+  auto subscription =
+      std::static_pointer_cast<Publisher::OneShotSubscription>(subscriptionOf(*subscriber));
   EXPECT_EQ(subscription->demand(), 0u);
   EXPECT_FALSE(publisher->hasEmitted());
 }
@@ -84,8 +84,8 @@ TEST(OneShotPublisher, RequestOneThenMinusOneLeavesZeroDemandButTheValueWasAlrea
   auto publisher = publisherOf("payload");
   auto subscriber = std::make_shared<Recorder>();
   publisher->subscribe(subscriber);
-  auto subscription = std::static_pointer_cast<Publisher::OneShotSubscription>(
-      subscriptionOf(*subscriber));
+  auto subscription =
+      std::static_pointer_cast<Publisher::OneShotSubscription>(subscriptionOf(*subscriber));
   subscription->request(1);
   EXPECT_EQ(subscriber->events, (Events{"subscribe", "next", "complete"}));
   subscription->request(-1);
@@ -98,8 +98,8 @@ TEST(OneShotPublisher, RequestMinusOneOnAFreshSubscriptionCountsAsUnboundedDeman
   auto subscriber = std::make_shared<Recorder>(-1);
   publisher->subscribe(subscriber);
   EXPECT_EQ(subscriber->events, (Events{"subscribe", "next", "complete"}));
-  auto subscription = std::static_pointer_cast<Publisher::OneShotSubscription>(
-      subscriptionOf(*subscriber));
+  auto subscription =
+      std::static_pointer_cast<Publisher::OneShotSubscription>(subscriptionOf(*subscriber));
   EXPECT_EQ(subscription->demand(), std::numeric_limits<std::uint64_t>::max());
 }
 
@@ -107,8 +107,8 @@ TEST(OneShotPublisher, DemandSumsWrapAroundWithoutOverflowing) {
   auto publisher = publisherOf("payload");
   auto subscriber = std::make_shared<Recorder>();
   publisher->subscribe(subscriber);
-  auto subscription = std::static_pointer_cast<Publisher::OneShotSubscription>(
-      subscriptionOf(*subscriber));
+  auto subscription =
+      std::static_pointer_cast<Publisher::OneShotSubscription>(subscriptionOf(*subscriber));
   subscription->request(std::numeric_limits<std::int64_t>::min());
   subscription->request(std::numeric_limits<std::int64_t>::min());
   EXPECT_EQ(subscription->demand(), 0u);  // 2^63 + 2^63 == 0 modulo 2^64
@@ -119,8 +119,8 @@ TEST(OneShotPublisher, CancelThenRequestEmitsNothingAndNeverCompletes) {
   auto publisher = publisherOf("payload");
   auto subscriber = std::make_shared<Recorder>();
   publisher->subscribe(subscriber);
-  auto subscription = std::static_pointer_cast<Publisher::OneShotSubscription>(
-      subscriptionOf(*subscriber));
+  auto subscription =
+      std::static_pointer_cast<Publisher::OneShotSubscription>(subscriptionOf(*subscriber));
   subscription->cancel();
   EXPECT_TRUE(subscription->isCancelled());
   EXPECT_TRUE(publisher->hasEmitted());

@@ -17,7 +17,7 @@
 #include "support/ManualPublisher.hpp"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define CONNECTOR_COUNT_WITH_SANITIZER_HOOKS 1
+#  define CONNECTOR_COUNT_WITH_SANITIZER_HOOKS 1
 // From the sanitizer runtime's allocator interface (its header does not ship with
 // every compiler): hooks called for every allocation and release, operator new included.
 extern "C" int __sanitizer_install_malloc_and_free_hooks(

@@ -118,8 +118,8 @@ TEST(ReduceSerializedPublisherToDataBuffer, BytesOfAStreamPublisherArriveInOrder
   for (std::size_t i = 0; i < text.size(); i += 7) {
     text[i] = static_cast<char>('a' + i % 26);
   }
-  auto publisher = reactive_streams::makePublisherFromStream(
-      [text](std::ostream& out) { out << text; });
+  auto publisher =
+      reactive_streams::makePublisherFromStream([text](std::ostream& out) { out << text; });
   EXPECT_EQ(reduceSerializedPublisherToDataBuffer(publisher).get().view(), text);
 }
 

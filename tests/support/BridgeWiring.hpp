@@ -35,7 +35,8 @@ class ProviderContext : public Context {
 // Answers typed requests with a function (the "real service" at the far end).
 class ServiceContext : public Context {
  public:
-  using Service = std::function<Future<std::unique_ptr<Message>>(std::unique_ptr<Message>&&, const Address&)>;
+  using Service =
+      std::function<Future<std::unique_ptr<Message>>(std::unique_ptr<Message>&&, const Address&)>;
 
   explicit ServiceContext(Service service) : service(std::move(service)) {}
 

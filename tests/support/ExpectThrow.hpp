@@ -8,21 +8,21 @@
 
 #include <string>
 
-#define EXPECT_THROW_TEXT(statement, ExceptionType, expectedText)                         \
-  do {                                                                                    \
-    bool connectorCaught = false;                                                         \
-    try {                                                                                 \
-      statement;                                                                          \
-    } catch (const ExceptionType& connectorError) {                                       \
-      connectorCaught = true;                                                             \
-      EXPECT_EQ(typeid(connectorError), typeid(ExceptionType))                            \
-          << "threw a subclass of " #ExceptionType;                                       \
-      EXPECT_EQ(std::string(connectorError.what()), std::string(expectedText));           \
-    } catch (...) {                                                                       \
-      ADD_FAILURE() << #statement " threw something other than " #ExceptionType;          \
-      connectorCaught = true;                                                             \
-    }                                                                                     \
-    if (!connectorCaught) {                                                               \
-      ADD_FAILURE() << #statement " did not throw";                                       \
-    }                                                                                     \
+#define EXPECT_THROW_TEXT(statement, ExceptionType, expectedText)                \
+  do {                                                                           \
+    bool connectorCaught = false;                                                \
+    try {                                                                        \
+      statement;                                                                 \
+    } catch (const ExceptionType& connectorError) {                              \
+      connectorCaught = true;                                                    \
+      EXPECT_EQ(typeid(connectorError), typeid(ExceptionType))                   \
+          << "threw a subclass of " #ExceptionType;                              \
+      EXPECT_EQ(std::string(connectorError.what()), std::string(expectedText));  \
+    } catch (...) {                                                              \
+      ADD_FAILURE() << #statement " threw something other than " #ExceptionType; \
+      connectorCaught = true;                                                    \
+    }                                                                            \
+    if (!connectorCaught) {                                                      \
+      ADD_FAILURE() << #statement " did not throw";                              \
+    }                                                                            \
   } while (false)

@@ -29,8 +29,9 @@ int main() {
     std::cerr << "unexpected bytes: " << joined.view() << '\n';
     return 1;
   }
-  std::cout << "consumer ok: " << foundation::core::diag::detail::demangle_typeid_name(
-                                      typeid(connector::Message).name(), true)
+  std::cout << "consumer ok: "
+            << foundation::core::diag::detail::demangle_typeid_name(
+                   typeid(connector::Message).name(), true)
             << '\n';
   return 0;
 }
