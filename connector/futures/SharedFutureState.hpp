@@ -189,9 +189,10 @@ void SharedFutureState<T>::abandon() noexcept {
   if (status == FutureStatus::Pending) {
     // Runs in ~Promise: running out of memory here ends the process, as any failure
     // inside a destructor does.
-    // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new)
+    // NOLINTBEGIN(bugprone-unhandled-exception-at-new)
     resultSlot =
         new std::exception_ptr(std::make_exception_ptr(std::runtime_error(kPromiseDestroyed)));
+    // NOLINTEND(bugprone-unhandled-exception-at-new)
     status = FutureStatus::HasException;
   }
   completeLocked(std::move(lock));

@@ -27,7 +27,7 @@ struct HttpGatewayOptions {
   // Accepted connections waiting for a free worker; beyond it new ones are refused.
   int queueLength = 64;
   // Largest request body accepted; a larger one is answered 413.
-  std::size_t maxBodyBytes = 16 * 1024 * 1024;
+  std::size_t maxBodyBytes = std::size_t{16} * 1024 * 1024;
   // How long an idle keep-alive connection is held open for its next request.
   std::chrono::milliseconds keepAliveTimeout{15000};
 };

@@ -83,9 +83,10 @@ JsonSerializerImpl::JsonSerializerImpl() {
   registerType(
       kDefaultName, typeid(connector::Message),
       [](const MessagePtr&) { return ObjectPtr(new Poco::JSON::Object(0)); },
-      [](ObjectPtr) { return std::make_unique<connector::Message>(); });
+      [](const ObjectPtr&) { return std::make_unique<connector::Message>(); });
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): a failure here ends the process, on purpose.
 JsonSerializerImpl::~JsonSerializerImpl() {
   // Not through the virtual slot: a subclass is already gone here. The destructor is
   // noexcept, so a failure (connector::Message no longer registered) ends the process.
@@ -351,7 +352,8 @@ std::shared_ptr<connector::reactive_streams::IStreamSubscriber> subscribeReader(
 Future<MessagePtr> JsonSerializerImpl::deserialize(BytePublisher publisher) {
   try {
     const std::shared_ptr<JsonSerializer> self = shared_from_this();
-    const BytePublisher keep = publisher;
+    // A copy on purpose: the publisher stays alive for the whole call.
+    const BytePublisher keep = publisher;  // NOLINT(performance-unnecessary-copy-initialization)
     const auto reader = subscribeReader(keep);
     try {
       ObjectPtr object = parseObject(reader);
@@ -373,7 +375,8 @@ Future<MessagePtr> JsonSerializerImpl::deserialize(const std::string& name,
                                                    BytePublisher publisher) {
   try {
     const std::shared_ptr<JsonSerializer> self = shared_from_this();
-    const BytePublisher keep = publisher;
+    // A copy on purpose: the publisher stays alive for the whole call.
+    const BytePublisher keep = publisher;  // NOLINT(performance-unnecessary-copy-initialization)
     const auto reader = subscribeReader(keep);
     try {
       ObjectPtr object = parseObject(reader);

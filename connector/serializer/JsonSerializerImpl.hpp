@@ -41,6 +41,7 @@ class CONNECTOR_API JsonSerializerImpl : public JsonSerializer,
   // object, deserialized as a new plain message.
   JsonSerializerImpl();
   // Deregisters connector::Message; terminates the process when that fails.
+  // NOLINTNEXTLINE(bugprone-exception-escape): a failure here ends the process, on purpose.
   ~JsonSerializerImpl() override;
 
   bool registerTypeIfNotRegistered(const std::string& name, const std::type_info& type,
