@@ -48,7 +48,8 @@ class ReStringify : public Poco::Net::HTTPRequestHandler {
 
 class Factory : public Poco::Net::HTTPRequestHandlerFactory {
  public:
-  Poco::Net::HTTPRequestHandler* createRequestHandler(const Poco::Net::HTTPServerRequest&) override {
+  Poco::Net::HTTPRequestHandler* createRequestHandler(
+      const Poco::Net::HTTPServerRequest&) override {
     return new ReStringify;
   }
 };
@@ -60,8 +61,10 @@ int main(int argc, char** argv) {
   int threads = 16;
   for (int i = 1; i + 1 < argc; i += 2) {
     const std::string arg = argv[i];
-    if (arg == "--port") port = std::stoi(argv[i + 1]);
-    else if (arg == "--threads") threads = std::stoi(argv[i + 1]);
+    if (arg == "--port")
+      port = std::stoi(argv[i + 1]);
+    else if (arg == "--threads")
+      threads = std::stoi(argv[i + 1]);
   }
   sigset_t stopSignals;
   sigemptyset(&stopSignals);

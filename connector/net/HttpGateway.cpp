@@ -30,8 +30,8 @@ HttpGateway::HttpGateway(std::shared_ptr<Router> router, HttpGatewayOptions opti
   try {
     // Address reuse lets a restarted gateway take its port back at once; port reuse stays
     // off so that two gateways can never share one port unnoticed.
-    socket.bind(Poco::Net::SocketAddress(gatewayOptions.bindAddress, gatewayOptions.port),
-                true, false);
+    socket.bind(Poco::Net::SocketAddress(gatewayOptions.bindAddress, gatewayOptions.port), true,
+                false);
     socket.listen(gatewayOptions.queueLength);
     // Accepted connections inherit it: a response leaves as headers then body, which must
     // not wait for the client's delayed acknowledgement.
@@ -53,8 +53,8 @@ HttpGateway::HttpGateway(std::shared_ptr<Router> router, HttpGatewayOptions opti
       static_cast<Poco::Timespan::TimeDiff>(gatewayOptions.keepAliveTimeout.count()) * 1000));
   params->setMaxKeepAliveRequests(0);  // unlimited
   params->setServerName("connector-gateway");
-  server = std::make_unique<Poco::Net::HTTPServer>(
-      new detail::GatewayRequestHandlerFactory(state), *pool, socket, params);
+  server = std::make_unique<Poco::Net::HTTPServer>(new detail::GatewayRequestHandlerFactory(state),
+                                                   *pool, socket, params);
 }
 
 HttpGateway::~HttpGateway() {

@@ -51,7 +51,7 @@ class ThreadPool;
 namespace Net {
 class HTTPServer;
 class ServerSocket;
-}
+}  // namespace Net
 }  // namespace Poco
 
 namespace connector::net {

@@ -49,7 +49,7 @@ common::DataBuffer readSizedBody(detail::LinkSession& session, std::size_t lengt
     const std::size_t n = session.readBody(body.data + body.size, length - body.size);
     if (n == 0) {
       throw AttemptFailure{"connection closed after " + std::to_string(body.size) + " of " +
-                               std::to_string(length) + " response body bytes"};
+                           std::to_string(length) + " response body bytes"};
     }
     body.size += n;
   }
@@ -77,8 +77,7 @@ std::string describeStatus(const Poco::Net::HTTPResponse& response, std::string_
 
 }  // namespace
 
-HttpLink::HttpLink(const std::string& baseUrl, HttpLinkOptions options)
-    : linkOptions(options) {
+HttpLink::HttpLink(const std::string& baseUrl, HttpLinkOptions options) : linkOptions(options) {
   const std::string badUrl = "HttpLink needs an http:// URL, not '" + baseUrl + "'";
   Poco::URI uri;
   try {
@@ -145,10 +144,9 @@ Future<std::unique_ptr<Message>> HttpLink::deliver(std::unique_ptr<Message>&& me
                                                    Address&& address) {
   auto* opaque = dynamic_cast<json::OpaqueMessage*>(message.get());
   if (opaque == nullptr) {
-    const std::string what =
-        message ? foundation::core::diag::detail::demangle_typeid_name(typeid(*message).name(),
-                                                                       true)
-                : std::string("a null message");
+    const std::string what = message ? foundation::core::diag::detail::demangle_typeid_name(
+                                           typeid(*message).name(), true)
+                                     : std::string("a null message");
     return makeFailedFuture<MessagePtr>(std::make_exception_ptr(
         std::invalid_argument("HttpLink delivers only an OpaqueMessage, not " + what)));
   }
@@ -191,11 +189,10 @@ Future<std::unique_ptr<Message>> HttpLink::deliver(std::unique_ptr<Message>&& me
     } catch (const AttemptFailure& failure) {
       cause = failure.cause;
     } catch (const Poco::TimeoutException&) {
-      cause = session && session->connecting()
-                  ? "no connection within " + std::to_string(linkOptions.connectTimeout.count()) +
-                        " ms"
-                  : "no response within " + std::to_string(linkOptions.readTimeout.count()) +
-                        " ms";
+      cause =
+          session && session->connecting()
+              ? "no connection within " + std::to_string(linkOptions.connectTimeout.count()) + " ms"
+              : "no response within " + std::to_string(linkOptions.readTimeout.count()) + " ms";
     } catch (const Poco::Net::ConnectionRefusedException&) {
       cause = "connection refused";
     } catch (const Poco::Net::ConnectionResetException&) {

@@ -107,8 +107,7 @@ class CONNECTOR_API JsonSerializer {
   virtual BytePublisher serialize(const std::unique_ptr<connector::Message>& message) = 0;
 
   // Writes the serialized form as compact text to out. Throws as serialize(message).
-  virtual void serialize(const std::unique_ptr<connector::Message>& message,
-                         std::ostream& out) = 0;
+  virtual void serialize(const std::unique_ptr<connector::Message>& message, std::ostream& out) = 0;
 
   // A publisher of the value form (no "type"); a null converter result surfaces as
   // Poco::NullPointerException only when the publisher writes.

@@ -98,8 +98,7 @@ JsonSerializerImpl::~JsonSerializerImpl() {
   namesByTypeName.clear();
 }
 
-void JsonSerializerImpl::storeConvertersLocked(const std::string& name,
-                                               SerializerFn&& serializer,
+void JsonSerializerImpl::storeConvertersLocked(const std::string& name, SerializerFn&& serializer,
                                                DeserializerFn&& deserializer) {
   serializers[name] = std::move(serializer);
   deserializers[name] = std::move(deserializer);
@@ -329,7 +328,8 @@ namespace {
 
 // Steps shared by both streamed operations: parse what the reader's stream delivers
 // into one JSON object. Blocks until the publisher completes or the stream fails.
-ObjectPtr parseObject(const std::shared_ptr<connector::reactive_streams::IStreamSubscriber>& reader) {
+ObjectPtr parseObject(
+    const std::shared_ptr<connector::reactive_streams::IStreamSubscriber>& reader) {
   Poco::SharedPtr<Poco::JSON::ParseHandler> handler(new Poco::JSON::ParseHandler(false));
   Poco::JSON::Parser parser(handler);
   Poco::Dynamic::Var root = parser.parse(reader->stream());

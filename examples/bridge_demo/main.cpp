@@ -80,8 +80,8 @@ int parseOptions(int argc, char** argv, Options& options) {
       long value = 0;
       const long max = arg == "--requests" ? 100000000L : 256L;
       if (i + 1 >= argc || !parsePositive(argv[i + 1], max, value)) {
-        std::cerr << "bridge_demo: " << arg << " needs a whole number from 1 to " << max
-                  << "\n\n" << kUsage;
+        std::cerr << "bridge_demo: " << arg << " needs a whole number from 1 to " << max << "\n\n"
+                  << kUsage;
         return 2;
       }
       ++i;
@@ -101,8 +101,7 @@ int parseOptions(int argc, char** argv, Options& options) {
 std::string describe(const shop::Reservation& r) {
   std::ostringstream text;
   text << "shop::Reservation{reservationId=\"" << r.reservationId << "\", sku=\"" << r.sku
-       << "\", quantity=" << r.quantity << ", accepted=" << (r.accepted ? "true" : "false")
-       << "}";
+       << "\", quantity=" << r.quantity << ", accepted=" << (r.accepted ? "true" : "false") << "}";
   return text.str();
 }
 
@@ -167,8 +166,7 @@ struct ThreadResult {
 
 const std::vector<std::string> kSkus = {"LAMP-01", "DESK-02", "CHAIR-03"};
 
-void runClient(shop::ShopNodes& nodes, long requests, int threads, int self,
-               ThreadResult& result) {
+void runClient(shop::ShopNodes& nodes, long requests, int threads, int self, ThreadResult& result) {
   result.latenciesUs.reserve(static_cast<std::size_t>(requests / threads + 1));
   for (long i = self; i < requests; i += threads) {
     const std::string& sku = kSkus[static_cast<std::size_t>(i) % kSkus.size()];
@@ -190,8 +188,9 @@ void runClient(shop::ShopNodes& nodes, long requests, int threads, int self,
       } else {
         ++result.wrong;
         if (result.firstProblem.empty()) {
-          result.firstProblem = reservation != nullptr ? "mismatched answer: " + describe(*reservation)
-                                                       : "answer of an unexpected type";
+          result.firstProblem = reservation != nullptr
+                                    ? "mismatched answer: " + describe(*reservation)
+                                    : "answer of an unexpected type";
         }
       }
     } catch (const std::exception& error) {
@@ -241,10 +240,10 @@ bool runLoad(shop::ShopNodes& nodes, const Options& options) {
   long stockAfter = 0;
   for (const std::string& sku : kSkus) stockAfter += nodes.inventory->available(sku);
 
-  const bool allMatched = matched == options.requests && wrong == 0 &&
-                          (httpmode::enabled() ||  // far stock is not the local one
-                           (static_cast<long>(ids.size()) == matched &&
-                            stockBefore - stockAfter == pieces));
+  const bool allMatched =
+      matched == options.requests && wrong == 0 &&
+      (httpmode::enabled() ||  // far stock is not the local one
+       (static_cast<long>(ids.size()) == matched && stockBefore - stockAfter == pieces));
   const double perSecond = static_cast<double>(options.requests) / seconds;
   const double p50 = percentile(latencies, 0.50);
   const double p99 = percentile(latencies, 0.99);
@@ -294,8 +293,8 @@ int main(int argc, char** argv) {
 
   out << "connector-json bridge demo\n"
       << "  client node: \"shop/ReserveItem\", \"shop/CancelOrder\" -> JSON serializer provider"
-         " -> " << (httpmode::enabled() ? "HTTP link to " + httpmode::url : "in-process link")
-      << "\n"
+         " -> "
+      << (httpmode::enabled() ? "HTTP link to " + httpmode::url : "in-process link") << "\n"
       << "  far node:    gateway -> JSON deserializer provider -> inventory services\n\n";
   bool ok = true;
   if (!showOneRequest(nodes, *printing, out)) {

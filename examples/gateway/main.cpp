@@ -38,7 +38,8 @@ const char* const kUsage =
     "Prints \"listening on http://HOST:PORT\" once it serves; SIGINT or SIGTERM stops it.\n";
 
 bool parseNumber(const std::string& text, unsigned long long max, unsigned long long& value) {
-  if (text.empty() || text.size() > 12 || text.find_first_not_of("0123456789") != std::string::npos) {
+  if (text.empty() || text.size() > 12 ||
+      text.find_first_not_of("0123456789") != std::string::npos) {
     return false;
   }
   value = std::stoull(text);
@@ -73,8 +74,7 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
     } else if (arg == "--max-body" && parseNumber(value, 1ULL << 32, number) && number >= 1) {
       options.maxBodyBytes = static_cast<std::size_t>(number);
     } else {
-      std::cerr << "connector-gateway: bad value '" << value << "' for " << arg << "\n\n"
-                << kUsage;
+      std::cerr << "connector-gateway: bad value '" << value << "' for " << arg << "\n\n" << kUsage;
       return 2;
     }
   }

@@ -39,9 +39,9 @@ class Inventory {
 
  private:
   mutable std::mutex mutex;
-  std::unordered_map<std::string, long> stock;  // guarded by mutex
+  std::unordered_map<std::string, long> stock;                                // guarded by mutex
   std::unordered_map<std::string, std::pair<std::string, int>> reservations;  // guarded by mutex
-  long nextReservation = 1;  // guarded by mutex
+  long nextReservation = 1;                                                   // guarded by mutex
 };
 
 }  // namespace shop

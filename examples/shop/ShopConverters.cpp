@@ -43,9 +43,8 @@ void registerShopTypes(connector::json::JsonSerializer& serializer) {
         return object;
       },
       [](ObjectPtr object) -> MessagePtr {
-        return std::make_unique<ReserveItem>(
-            member<std::string>(object, "shop/ReserveItem", "sku"),
-            member<int>(object, "shop/ReserveItem", "quantity"));
+        return std::make_unique<ReserveItem>(member<std::string>(object, "shop/ReserveItem", "sku"),
+                                             member<int>(object, "shop/ReserveItem", "quantity"));
       });
 
   serializer.registerType(

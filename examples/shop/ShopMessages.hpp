@@ -1,9 +1,10 @@
 // The typed messages of the shop example: an inventory that reserves items and cancels
 // orders. They are plain C++ classes; ShopConverters.hpp makes them travel as JSON.
 //
-//   std::unique_ptr<connector::Message> request = std::make_unique<shop::ReserveItem>("LAMP-01", 2);
-//   auto answer = clientNode->deliver(std::move(request), connector::Address(shop::kReserveItem));
-//   auto& reservation = dynamic_cast<shop::Reservation&>(*answer.get());
+//   std::unique_ptr<connector::Message> request = std::make_unique<shop::ReserveItem>("LAMP-01",
+//   2); auto answer = clientNode->deliver(std::move(request),
+//   connector::Address(shop::kReserveItem)); auto& reservation =
+//   dynamic_cast<shop::Reservation&>(*answer.get());
 //
 // Thread-safety: plain values, owned by one holder at a time.
 #pragma once
@@ -32,7 +33,9 @@ struct ReserveItem : connector::Message {
 struct Reservation : connector::Message {
   Reservation() = default;
   Reservation(std::string reservationId, std::string sku, int quantity, bool accepted)
-      : reservationId(std::move(reservationId)), sku(std::move(sku)), quantity(quantity),
+      : reservationId(std::move(reservationId)),
+        sku(std::move(sku)),
+        quantity(quantity),
         accepted(accepted) {}
   std::string reservationId;
   std::string sku;

@@ -25,7 +25,8 @@ ShopNodes::ShopNodes(LinkWrapper wrapLink, std::shared_ptr<Inventory> stock)
   using connector::json::JsonDeserializerServiceProvider;
   using connector::json::JsonSerializerServiceProvider;
   for (const char* address : {kReserveItem, kCancelOrder}) {
-    gateway->bind(Address(address), std::make_shared<JsonDeserializerServiceProvider>(farSerializer),
+    gateway->bind(Address(address),
+                  std::make_shared<JsonDeserializerServiceProvider>(farSerializer),
                   services->context());
   }
 
@@ -34,8 +35,8 @@ ShopNodes::ShopNodes(LinkWrapper wrapLink, std::shared_ptr<Inventory> stock)
     link = wrapLink(std::move(link));
   }
   for (const char* address : {kReserveItem, kCancelOrder}) {
-    client->bind(Address(address), std::make_shared<JsonSerializerServiceProvider>(clientSerializer),
-                 link);
+    client->bind(Address(address),
+                 std::make_shared<JsonSerializerServiceProvider>(clientSerializer), link);
   }
   start();
 }

@@ -34,9 +34,9 @@ struct ShopNodes {
   using LinkWrapper =
       std::function<std::shared_ptr<connector::Context>(std::shared_ptr<connector::Context>)>;
 
-  explicit ShopNodes(LinkWrapper wrapLink = nullptr,
-                     std::shared_ptr<Inventory> inventory =
-                         std::make_shared<Inventory>(Inventory::demoStock()));
+  explicit ShopNodes(
+      LinkWrapper wrapLink = nullptr,
+      std::shared_ptr<Inventory> inventory = std::make_shared<Inventory>(Inventory::demoStock()));
 
   // Starts (stops) the three routers, far side first (client side first).
   void start();

@@ -1,7 +1,7 @@
 // Many client threads through two nodes and the JSON bridge: every answer matches its
 // request, none is lost, and the inventory agrees with the answers.
-#include <connector/json.hpp>
 #include <gtest/gtest.h>
+#include <connector/json.hpp>
 
 #include <atomic>
 #include <cstdlib>
@@ -75,7 +75,8 @@ TEST(BridgeConcurrencyTest, EightThreadsThroughTwoNodesAndTheBridgeGetEveryAnswe
   std::set<std::string> distinct;
   long reserved = 0;
   for (int t = 0; t < kThreads; ++t) {
-    distinct.insert(ids[static_cast<std::size_t>(t)].begin(), ids[static_cast<std::size_t>(t)].end());
+    distinct.insert(ids[static_cast<std::size_t>(t)].begin(),
+                    ids[static_cast<std::size_t>(t)].end());
     reserved += pieces[static_cast<std::size_t>(t)];
   }
   long left = 0;

@@ -1,7 +1,7 @@
 // Two nodes joined by the in-process link, with the JSON bridge between them: what a
 // client of the client node sees.
-#include <connector/json.hpp>
 #include <gtest/gtest.h>
+#include <connector/json.hpp>
 
 #include <memory>
 #include <mutex>
@@ -116,10 +116,9 @@ TEST(BridgeTest, ACancellationOfAnExistingReservationPutsTheStockBack) {
   MessagePtr reserved = reserve(nodes, "CHAIR-03", 3);
   const std::string id = dynamic_cast<shop::Reservation&>(*reserved).reservationId;
 
-  MessagePtr answer = nodes.client
-                          ->deliver(std::make_unique<shop::CancelOrder>(id),
-                                    Address(shop::kCancelOrder))
-                          .get();
+  MessagePtr answer =
+      nodes.client->deliver(std::make_unique<shop::CancelOrder>(id), Address(shop::kCancelOrder))
+          .get();
 
   auto* cancelled = dynamic_cast<shop::OrderCancelled*>(answer.get());
   ASSERT_NE(cancelled, nullptr);
@@ -168,8 +167,8 @@ TEST(BridgeTest, ARequestOfAnUnregisteredTypeFailsOnTheClientNodeAndSendsNothing
     return recorder;
   });
 
-  Future<MessagePtr> answer = nodes.client->deliver(std::make_unique<UnregisteredRequest>(),
-                                                    Address(shop::kReserveItem));
+  Future<MessagePtr> answer =
+      nodes.client->deliver(std::make_unique<UnregisteredRequest>(), Address(shop::kReserveItem));
 
   EXPECT_THROW_TEXT(answer.get(), std::invalid_argument,
                     "No serializer for type: connector::testing::UnregisteredRequest");

@@ -67,7 +67,8 @@ std::string run(const std::string& command) {
   std::size_t n = 0;
   while ((n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0) out.append(buffer.data(), n);
   const int status = ::pclose(pipe);
-  if (status != 0) throw std::runtime_error("'" + command + "' exited with " + std::to_string(status));
+  if (status != 0)
+    throw std::runtime_error("'" + command + "' exited with " + std::to_string(status));
   return out;
 }
 
@@ -96,9 +97,10 @@ TEST(HttpBridgeTest, CurlSeesTheErrorStatusAndBody) {
   ASSERT_EQ(std::system("command -v curl >/dev/null 2>&1"), 0)
       << "curl is missing: run scripts/install-deps";
   FarShop far;
-  const std::string out = run("curl -sS --max-time 10 -H 'Content-Type: application/json' "
-                              "--data-binary '{\"type\":\"shop/ReserveItem\"' -w ' %{http_code}' " +
-                              far.url() + "/shop/Missing");
+  const std::string out =
+      run("curl -sS --max-time 10 -H 'Content-Type: application/json' "
+          "--data-binary '{\"type\":\"shop/ReserveItem\"' -w ' %{http_code}' " +
+          far.url() + "/shop/Missing");
   EXPECT_EQ(out, R"({"error":"No service bound at address 'shop/Missing'"} 404)");
   EXPECT_EQ(run("curl -sS --max-time 10 " + far.url() + "/"),
             R"({"addresses":["shop/CancelOrder","shop/ReserveItem"]})");

@@ -32,8 +32,8 @@ TEST(HttpGatewayTest, PostOfJsonIsAnsweredWithTheTypedAnswersJson) {
 
 TEST(HttpGatewayTest, TheAnswerEchoesTheRequestsContentType) {
   FarShop far;
-  nettest::RawAnswer answer = rawExchange(far.port(), "POST", "/shop/ReserveItem", kReserve,
-                                          "application/vnd.shop+json");
+  nettest::RawAnswer answer =
+      rawExchange(far.port(), "POST", "/shop/ReserveItem", kReserve, "application/vnd.shop+json");
   EXPECT_EQ(answer.status, 200);
   EXPECT_EQ(answer.contentType, "application/vnd.shop+json");
 }
@@ -60,7 +60,8 @@ TEST(HttpGatewayTest, JsonOfAnUnregisteredTypeIsAnswered400) {
   nettest::RawAnswer answer =
       rawExchange(far.port(), "POST", "/shop/ReserveItem", R"({"type":"shop/Unknown"})");
   EXPECT_EQ(answer.status, 400);
-  EXPECT_EQ(answer.body, R"({"error":"Error while parsing: No deserializer for type: shop/Unknown"})");
+  EXPECT_EQ(answer.body,
+            R"({"error":"Error while parsing: No deserializer for type: shop/Unknown"})");
 }
 
 TEST(HttpGatewayTest, AnUnboundAddressIsAnswered404) {
@@ -81,8 +82,7 @@ TEST(HttpGatewayTest, AnyMethodButPostOnAnAddressIsAnswered405WithAllow) {
   nettest::RawAnswer get = rawExchange(far.port(), "GET", "/shop/ReserveItem");
   EXPECT_EQ(get.status, 405);
   EXPECT_EQ(get.allow, "POST");
-  EXPECT_EQ(get.body,
-            R"({"error":"Method GET is not allowed on /shop/ReserveItem; use POST"})");
+  EXPECT_EQ(get.body, R"({"error":"Method GET is not allowed on /shop/ReserveItem; use POST"})");
   nettest::RawAnswer put = rawExchange(far.port(), "PUT", "/shop/ReserveItem", kReserve);
   EXPECT_EQ(put.status, 405);
   EXPECT_FALSE(put.keepAlive);  // its body was never read

@@ -50,7 +50,8 @@ class EchoHandler : public Poco::Net::HTTPRequestHandler {
 
 class EchoFactory : public Poco::Net::HTTPRequestHandlerFactory {
  public:
-  Poco::Net::HTTPRequestHandler* createRequestHandler(const Poco::Net::HTTPServerRequest&) override {
+  Poco::Net::HTTPRequestHandler* createRequestHandler(
+      const Poco::Net::HTTPServerRequest&) override {
     return new EchoHandler;
   }
 };
@@ -114,7 +115,8 @@ TEST(HttpLinkTest, ALargePayloadCrossesWhole) {
   HttpLink link(echo.url());
   std::string big(3 << 20, 'j');
   for (std::size_t i = 0; i < big.size(); i += 4093) big[i] = static_cast<char>('a' + i % 26);
-  std::unique_ptr<Message> answer = link.deliver(opaque("application/json", big), Address("x")).get();
+  std::unique_ptr<Message> answer =
+      link.deliver(opaque("application/json", big), Address("x")).get();
   EXPECT_EQ(dynamic_cast<OpaqueMessage&>(*answer).payload.view(), big);
 }
 
@@ -187,10 +189,11 @@ TEST(HttpLinkTest, AMessageThatIsNotOpaqueFailsTheFutureWithInvalidArgument) {
 TEST(HttpLinkTest, ARefusedConnectionFailsNamingTheUrlAndTheCause) {
   const std::uint16_t port = nettest::freePort();
   HttpLink link("http://127.0.0.1:" + std::to_string(port));
-  EXPECT_THROW_TEXT(link.deliver(opaque("application/json", "{}"), Address("shop/ReserveItem")).get(),
-                    std::runtime_error,
-                    "POST http://127.0.0.1:" + std::to_string(port) +
-                        "/shop/ReserveItem failed: connection refused");
+  EXPECT_THROW_TEXT(
+      link.deliver(opaque("application/json", "{}"), Address("shop/ReserveItem")).get(),
+      std::runtime_error,
+      "POST http://127.0.0.1:" + std::to_string(port) +
+          "/shop/ReserveItem failed: connection refused");
 }
 
 TEST(HttpLinkTest, AServerThatNeverAnswersFailsAfterTheReadTimeOut) {
@@ -210,24 +213,24 @@ TEST(HttpLinkTest, AResetConnectionFailsNamingTheCause) {
   CannedServer server("", true);
   HttpLink link(server.url());
   EXPECT_THROW_TEXT(link.deliver(opaque("application/json", "{}"), Address("x")).get(),
-                    std::runtime_error, "POST " + server.url() + "/x failed: connection reset by peer");
+                    std::runtime_error,
+                    "POST " + server.url() + "/x failed: connection reset by peer");
 }
 
 TEST(HttpLinkTest, AConnectionClosedWithoutAnswerFailsNamingTheCause) {
   CannedServer server("");
   HttpLink link(server.url());
-  EXPECT_THROW_TEXT(link.deliver(opaque("application/json", "{}"), Address("x")).get(),
-                    std::runtime_error,
-                    "POST " + server.url() + "/x failed: connection closed before a response arrived");
+  EXPECT_THROW_TEXT(
+      link.deliver(opaque("application/json", "{}"), Address("x")).get(), std::runtime_error,
+      "POST " + server.url() + "/x failed: connection closed before a response arrived");
 }
 
 TEST(HttpLinkTest, AResponseCutShortFailsNamingHowMuchArrived) {
   CannedServer server("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n{\"a\"");
   HttpLink link(server.url());
-  EXPECT_THROW_TEXT(link.deliver(opaque("application/json", "{}"), Address("x")).get(),
-                    std::runtime_error,
-                    "POST " + server.url() +
-                        "/x failed: connection closed after 4 of 10 response body bytes");
+  EXPECT_THROW_TEXT(
+      link.deliver(opaque("application/json", "{}"), Address("x")).get(), std::runtime_error,
+      "POST " + server.url() + "/x failed: connection closed after 4 of 10 response body bytes");
 }
 
 TEST(HttpLinkTest, ANon2xxStatusFailsWithTheStatusAndTheServersErrorText) {
@@ -253,7 +256,8 @@ TEST(HttpLinkTest, AChunkedResponseIsJoined) {
       "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nTransfer-Encoding: chunked\r\n\r\n"
       "3\r\n{\"a\r\n4\r\n\":1}\r\n0\r\n\r\n");
   HttpLink link(server.url());
-  std::unique_ptr<Message> answer = link.deliver(opaque("application/json", "{}"), Address("x")).get();
+  std::unique_ptr<Message> answer =
+      link.deliver(opaque("application/json", "{}"), Address("x")).get();
   EXPECT_EQ(dynamic_cast<OpaqueMessage&>(*answer).payload.view(), "{\"a\":1}");
 }
 

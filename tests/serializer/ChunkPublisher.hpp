@@ -26,9 +26,8 @@
 
 namespace connector::testing {
 
-class ChunkPublisher final
-    : public reactive_streams::PublisherAPI<common::DataBuffer>,
-      public std::enable_shared_from_this<ChunkPublisher> {
+class ChunkPublisher final : public reactive_streams::PublisherAPI<common::DataBuffer>,
+                             public std::enable_shared_from_this<ChunkPublisher> {
  public:
   explicit ChunkPublisher(std::vector<std::string> chunks, std::exception_ptr error = nullptr)
       : chunks(std::move(chunks)), error(std::move(error)) {}
@@ -149,11 +148,11 @@ class ChunkPublisher final
   std::mutex mutex;
   std::condition_variable wake;
   std::shared_ptr<reactive_streams::SubscriberAPI<common::DataBuffer>> subscriber;  // set once
-  std::shared_ptr<Link> subscription;       // guarded by mutex
-  std::uint64_t demand = 0;                 // guarded by mutex
-  bool unbounded = false;                   // guarded by mutex
-  bool cancelled = false;                   // guarded by mutex
-  std::vector<Promise<bool>> waiting;       // guarded by mutex
+  std::shared_ptr<Link> subscription;  // guarded by mutex
+  std::uint64_t demand = 0;            // guarded by mutex
+  bool unbounded = false;              // guarded by mutex
+  bool cancelled = false;              // guarded by mutex
+  std::vector<Promise<bool>> waiting;  // guarded by mutex
 };
 
 }  // namespace connector::testing

@@ -46,7 +46,8 @@ void roundTrips(JsonSerializerImpl& serializer, int thread, int round,
     ++mismatches;
   }
   // Object form, deserialized by name.
-  if (!matches(serializer.deserialize("shop/Reserve", serializer.serializeToJsonObject(original)))) {
+  if (!matches(
+          serializer.deserialize("shop/Reserve", serializer.serializeToJsonObject(original)))) {
     ++mismatches;
   }
   // Byte publisher into the streamed operation.
@@ -65,7 +66,8 @@ TEST(JsonSerializerConcurrency, ConversionsStayCorrectWhileOtherNamesComeAndGo) 
   serializer->registerType(
       "shop/Cancel", typeid(shop::Cancel),
       [weak](const std::unique_ptr<Message>&) {
-        weak.lock()->registerTypeIfNotRegistered("from/converter", std::string("shop::Unregistered"),
+        weak.lock()->registerTypeIfNotRegistered("from/converter",
+                                                 std::string("shop::Unregistered"),
                                                  shop::emptyToJson, shop::cancelFromJson);
         return ObjectPtr(new Poco::JSON::Object);
       },

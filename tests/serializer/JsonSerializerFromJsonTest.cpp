@@ -215,8 +215,7 @@ TEST(JsonSerializerFromJson, ConverterMayRegisterAnotherTypeWithoutDeadlock) {
   serializer->registerType("shop/Cancel", typeid(shop::Cancel), shop::emptyToJson,
                            [weak](ObjectPtr) {
                              weak.lock()->registerType("shop/Reserve", typeid(shop::Reserve),
-                                                       shop::reserveToJson,
-                                                       shop::reserveFromJson);
+                                                       shop::reserveToJson, shop::reserveFromJson);
                              return std::make_unique<shop::Cancel>();
                            });
   auto message = serializer->deserialize(typed("shop/Cancel"));

@@ -75,12 +75,12 @@ Verdict feed(JsonSerializerImpl& serializer, const Document& document, std::size
   Verdict verdict;
   Outcome byType;
   Outcome byName;
-  EXPECT_NO_THROW(byType = settle(serializer.deserialize(
-                      std::make_shared<ChunkPublisher>(ChunkPublisher::split(document.bytes, chunkSize)))))
+  EXPECT_NO_THROW(byType = settle(serializer.deserialize(std::make_shared<ChunkPublisher>(
+                      ChunkPublisher::split(document.bytes, chunkSize)))))
       << document.name;
   EXPECT_NO_THROW(byName = settle(serializer.deserialize(
-                      "connector/Message",
-                      std::make_shared<ChunkPublisher>(ChunkPublisher::split(document.bytes, chunkSize)))))
+                      "connector/Message", std::make_shared<ChunkPublisher>(
+                                               ChunkPublisher::split(document.bytes, chunkSize)))))
       << document.name;
   EXPECT_TRUE(byType.resolved) << document.name;
   EXPECT_TRUE(byName.resolved) << document.name;
@@ -155,10 +155,10 @@ TEST(JsonSerializerPeerInputTypes, TypedSuiteObjectsSucceedByType) {
     const std::string body = document.bytes.substr(open + 1);
     const bool empty = body.find_first_not_of(" \t\r\n") != std::string::npos &&
                        body[body.find_first_not_of(" \t\r\n")] == '}';
-    const std::string typed = document.bytes.substr(0, open + 1) +
-                              R"("type":"connector/Message")" + (empty ? "" : ",") + body;
-    Outcome outcome = settle(serializer->deserialize(
-        std::make_shared<ChunkPublisher>(ChunkPublisher::split(typed, 3))));
+    const std::string typed = document.bytes.substr(0, open + 1) + R"("type":"connector/Message")" +
+                              (empty ? "" : ",") + body;
+    Outcome outcome = settle(
+        serializer->deserialize(std::make_shared<ChunkPublisher>(ChunkPublisher::split(typed, 3))));
     EXPECT_TRUE(outcome.resolved) << document.name;
     EXPECT_NE(outcome.message, nullptr) << document.name << ": " << typed;
   }

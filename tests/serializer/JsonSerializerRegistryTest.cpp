@@ -75,8 +75,8 @@ TEST(JsonSerializerRegistry, RegisterIfNotRegisteredKeepsTheOldConvertersOfAKnow
 
 TEST(JsonSerializerRegistry, RegisterIfNotRegisteredAcceptsANewName) {
   auto serializer = std::make_shared<JsonSerializerImpl>();
-  EXPECT_TRUE(serializer->registerTypeIfNotRegistered("a", typeid(shop::Cancel), markedSerializer(7),
-                                                      shop::cancelFromJson));
+  EXPECT_TRUE(serializer->registerTypeIfNotRegistered("a", typeid(shop::Cancel),
+                                                      markedSerializer(7), shop::cancelFromJson));
   EXPECT_EQ(serializer->getNamesOfType(typeid(shop::Cancel)), Names{"a"});
   EXPECT_EQ(serializedValue(*serializer, std::make_unique<shop::Cancel>()), R"({"mark":7})");
 }
@@ -95,8 +95,7 @@ TEST(JsonSerializerRegistry, RegisterTypeReplacesBothConvertersWithoutThrowing) 
 TEST(JsonSerializerRegistry, NameReRegisteredForAnotherTypeStaysListedUnderTheOldOne) {
   auto serializer = std::make_shared<JsonSerializerImpl>();
   serializer->registerType("a", typeid(shop::Cancel), shop::emptyToJson, shop::cancelFromJson);
-  serializer->registerType("a", typeid(shop::Reserve), shop::reserveToJson,
-                           shop::reserveFromJson);
+  serializer->registerType("a", typeid(shop::Reserve), shop::reserveToJson, shop::reserveFromJson);
   EXPECT_EQ(serializer->getNamesOfType(typeid(shop::Cancel)), Names{"a"});
   EXPECT_EQ(serializer->getNamesOfType(typeid(shop::Reserve)), Names{"a"});
 }
@@ -164,8 +163,7 @@ TEST(JsonSerializerRegistry, DeregisteringATypeAlsoRemovesNamesRegisteredByReada
 
 TEST(JsonSerializerRegistry, NameRemovedWithOneTypeStaysListedUnderAnother) {
   auto serializer = std::make_shared<JsonSerializerImpl>();
-  serializer->registerType("shared", typeid(shop::Cancel), shop::emptyToJson,
-                           shop::cancelFromJson);
+  serializer->registerType("shared", typeid(shop::Cancel), shop::emptyToJson, shop::cancelFromJson);
   serializer->registerType("shared", typeid(shop::Reserve), shop::emptyToJson,
                            shop::cancelFromJson);
   serializer->deregisterType(typeid(shop::Cancel));

@@ -77,8 +77,8 @@ TEST(JsonSerializerStreamed, OneByteChunksAndOneChunkGiveTheSameMessage) {
 
 TEST(JsonSerializerStreamed, SerializedPublisherFeedsStraightBack) {
   auto serializer = withReserve();
-  Outcome outcome =
-      settle(serializer->deserialize(serializer->serialize(std::make_unique<shop::Reserve>("Q", 1))));
+  Outcome outcome = settle(
+      serializer->deserialize(serializer->serialize(std::make_unique<shop::Reserve>("Q", 1))));
   auto* reserve = dynamic_cast<shop::Reserve*>(outcome.message.get());
   ASSERT_NE(reserve, nullptr);
   EXPECT_EQ(reserve->sku, "Q");
@@ -200,7 +200,8 @@ TEST(JsonSerializerStreamed, SerializerWithoutSharedOwnershipGivesBadWeakPtr) {
 TEST(JsonSerializerStreamed, EmptyStreamIsAParsingError) {
   auto serializer = std::make_shared<JsonSerializerImpl>();
   Outcome byType = settle(serializer->deserialize(chunks({})));
-  EXPECT_THROW_TEXT(byType.rethrow(), std::invalid_argument, "Parsing error: unexpected end of text");
+  EXPECT_THROW_TEXT(byType.rethrow(), std::invalid_argument,
+                    "Parsing error: unexpected end of text");
   Outcome byName = settle(serializer->deserialize("connector/Message", chunks({})));
   EXPECT_THROW(byName.rethrow(), std::invalid_argument);
 }

@@ -175,10 +175,9 @@ TEST(JsonSerializerToJson, ConverterThrowingAnIntGivesTheNameAlone) {
 
 TEST(JsonSerializerToJson, EmptyConverterReportsBadFunctionCall) {
   auto serializer = withFailingConverter(nullptr);
-  EXPECT_THROW_TEXT(serializer->serializeToJsonObject(std::make_unique<shop::Cancel>()),
-                    std::runtime_error,
-                    std::string("Error while serializing: shop/Cancel, ") +
-                        std::bad_function_call().what());
+  EXPECT_THROW_TEXT(
+      serializer->serializeToJsonObject(std::make_unique<shop::Cancel>()), std::runtime_error,
+      std::string("Error while serializing: shop/Cancel, ") + std::bad_function_call().what());
 }
 
 // The text of a failed unordered_map look-up, as this standard library words it.
@@ -195,8 +194,8 @@ TEST(JsonSerializerToJson, UnknownNameThrowsOutOfRangeAndLogsNothing) {
   auto serializer = std::make_shared<JsonSerializerImpl>();
   ModuleLogSwitch enabled(kModuleErrorBit);
   LogCapture capture;
-  EXPECT_THROW_TEXT(serializer->serializeToJsonObject("unknown", plainMessage()),
-                    std::out_of_range, failedLookupText());
+  EXPECT_THROW_TEXT(serializer->serializeToJsonObject("unknown", plainMessage()), std::out_of_range,
+                    failedLookupText());
   EXPECT_TRUE(capture.records().empty());
 }
 
@@ -216,8 +215,7 @@ TEST(JsonSerializerToJson, NullConverterResultFailsAtOnceExceptForTheValuePublis
   std::ostringstream out;
   EXPECT_THROW(serializer->serialize(std::make_unique<shop::Cancel>(), out),
                Poco::NullPointerException);
-  EXPECT_THROW(serializer->serialize(std::make_unique<shop::Cancel>()),
-               Poco::NullPointerException);
+  EXPECT_THROW(serializer->serialize(std::make_unique<shop::Cancel>()), Poco::NullPointerException);
   EXPECT_THROW(serializer->serializeValue(std::make_unique<shop::Cancel>(), out),
                Poco::NullPointerException);
   EXPECT_TRUE(serializer->serializeToJsonObject(std::make_unique<shop::Cancel>()).isNull());
@@ -282,15 +280,16 @@ TEST(JsonSerializerToJson, ValueSerializeGoesThroughTheMessageSlot) {
 TEST(JsonSerializerToJson, ConverterMayRegisterAnotherTypeWithoutDeadlock) {
   auto serializer = std::make_shared<JsonSerializerImpl>();
   std::weak_ptr<JsonSerializerImpl> weak = serializer;
-  serializer->registerType("shop/Cancel", typeid(shop::Cancel),
-                           [weak](const std::unique_ptr<Message>& message) {
-                             auto self = weak.lock();
-                             self->registerType("shop/Reserve", typeid(shop::Reserve),
-                                                shop::reserveToJson, shop::reserveFromJson);
-                             EXPECT_EQ(self->getNameForMessage(message), "shop/Cancel");
-                             return ObjectPtr(new Poco::JSON::Object);
-                           },
-                           shop::cancelFromJson);
+  serializer->registerType(
+      "shop/Cancel", typeid(shop::Cancel),
+      [weak](const std::unique_ptr<Message>& message) {
+        auto self = weak.lock();
+        self->registerType("shop/Reserve", typeid(shop::Reserve), shop::reserveToJson,
+                           shop::reserveFromJson);
+        EXPECT_EQ(self->getNameForMessage(message), "shop/Cancel");
+        return ObjectPtr(new Poco::JSON::Object);
+      },
+      shop::cancelFromJson);
   std::ostringstream out;
   serializer->serialize(std::make_unique<shop::Cancel>(), out);
   EXPECT_EQ(out.str(), R"({"type":"shop/Cancel"})");

@@ -16,12 +16,12 @@
 #include <string>
 #include <vector>
 
-#include <boost/make_shared.hpp>
 #include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/core/core.hpp>
 #include <boost/log/expressions/message.hpp>
 #include <boost/log/sinks/basic_sink_backend.hpp>
 #include <boost/log/sinks/sync_frontend.hpp>
+#include <boost/make_shared.hpp>
 
 #include <connector/json.hpp>
 
@@ -47,8 +47,8 @@ class LogCapture {
   std::vector<CapturedRecord> records() const { return backend->copy(); }
 
  private:
-  class Backend : public boost::log::sinks::basic_sink_backend<
-                      boost::log::sinks::synchronized_feeding> {
+  class Backend
+      : public boost::log::sinks::basic_sink_backend<boost::log::sinks::synchronized_feeding> {
    public:
     void consume(const boost::log::record_view& record) {
       CapturedRecord captured;
@@ -81,8 +81,7 @@ class LogCapture {
 // Sets the module logger's enabled severities for the scope; restores them after.
 class ModuleLogSwitch {
  public:
-  explicit ModuleLogSwitch(std::uint32_t mask)
-      : previous(json::moduleLogger.enabledSeverities()) {
+  explicit ModuleLogSwitch(std::uint32_t mask) : previous(json::moduleLogger.enabledSeverities()) {
     json::moduleLogger.setEnabledSeverities(mask);
   }
   ModuleLogSwitch(const ModuleLogSwitch&) = delete;

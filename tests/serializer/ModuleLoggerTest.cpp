@@ -38,9 +38,7 @@ TEST(ModuleLogger, WritesNothingWhenBit512IsClear) {
   EXPECT_TRUE(capture.records().empty());
 }
 
-TEST(ModuleLogger, StartsWithEverySeverityOff) {
-  EXPECT_EQ(moduleLogger.enabledSeverities(), 0u);
-}
+TEST(ModuleLogger, StartsWithEverySeverityOff) { EXPECT_EQ(moduleLogger.enabledSeverities(), 0u); }
 
 TEST(ModuleLogger, OpensNoRecordWhileTheCoreHasLoggingDisabled) {
   ModuleLogSwitch enabled(kModuleErrorBit);

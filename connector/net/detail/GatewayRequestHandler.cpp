@@ -224,9 +224,9 @@ void GatewayRequestHandler::handleRequest(Poco::Net::HTTPServerRequest& request,
     if (unreadBody) lingerAndDrain(request);
   } catch (const BodyTooLarge&) {
     response.setKeepAlive(false);
-    sendError(response, HTTPResponse::HTTP_REQUESTENTITYTOOLARGE,
-              "Request body exceeds the limit of " + std::to_string(state->maxBodyBytes) +
-                  " bytes");
+    sendError(
+        response, HTTPResponse::HTTP_REQUESTENTITYTOOLARGE,
+        "Request body exceeds the limit of " + std::to_string(state->maxBodyBytes) + " bytes");
     lingerAndDrain(request);
   } catch (const Poco::Net::NetException&) {
     // The client went away mid-request: there is nobody to answer. Poco ends the

@@ -48,8 +48,8 @@ void LinkSession::sendBody(const std::uint8_t* bytes, std::size_t size) {
 
 std::size_t LinkSession::readBody(std::uint8_t* bytes, std::size_t size) {
   constexpr std::size_t kMaxChunk = std::numeric_limits<int>::max() / 2;
-  const int n = read(reinterpret_cast<char*>(bytes),
-                     static_cast<std::streamsize>(std::min(size, kMaxChunk)));
+  const int n =
+      read(reinterpret_cast<char*>(bytes), static_cast<std::streamsize>(std::min(size, kMaxChunk)));
   return n > 0 ? static_cast<std::size_t>(n) : 0;
 }
 

@@ -40,10 +40,10 @@ int main() {
   const Address greet("demo/greet");
   auto services = std::make_shared<Router>();  // far node: the typed service
   services->bind(greet, std::make_shared<Greeter>());
-  auto gateway = std::make_shared<Router>();   // far node: JSON in, typed request on
+  auto gateway = std::make_shared<Router>();  // far node: JSON in, typed request on
   gateway->bind(greet, std::make_shared<json::JsonDeserializerServiceProvider>(serializer),
                 services->context());
-  auto client = std::make_shared<Router>();    // client node: typed request out as JSON
+  auto client = std::make_shared<Router>();  // client node: typed request out as JSON
   client->bind(greet, std::make_shared<json::JsonSerializerServiceProvider>(serializer),
                std::make_shared<InProcessLink>(gateway));
   for (const auto& node : {services, gateway, client}) node->start();
@@ -52,6 +52,6 @@ int main() {
   request->text = "world";
   std::unique_ptr<Message> answer = client->deliver(std::move(request), Address(greet)).get();
   const std::string text = dynamic_cast<Greeting&>(*answer).text;  // typeinfo crosses libraries
-  std::cout << text << '\n';                                        // hello, world
+  std::cout << text << '\n';                                       // hello, world
   return text == "hello, world" ? 0 : 1;
 }
