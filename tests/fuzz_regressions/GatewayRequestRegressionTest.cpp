@@ -96,5 +96,20 @@ TEST_F(GatewayRequestRegressionTest, AMalformedProtocolVersionIsAnswered400AndSe
   expectStillServing();
 }
 
+// A chunked body with a Content-Length that is not a number beside it: the chunked
+// encoding decides where the body ends (the Content-Length is not read), so the request
+// is served once, and its body is never read as a request of its own.
+TEST_F(GatewayRequestRegressionTest, AChunkedBodyIsServedWhateverTheContentLengthBesideItSays) {
+  const std::string answer = exchange(
+      "POST /fuzz/echo HTTP/1.1\r\nHost: fuzz\r\nContent-Type: application/json\r\n"
+      "Content-Length: \"count\",\r\nTransfer-Encoding: chunked\r\n\r\n"
+      "1c\r\n{\"type\":\"connector/Message\"}\r\n0\r\n\r\n");
+  EXPECT_EQ(answer.compare(0, 13, "HTTP/1.1 200 "), 0) << answer;
+  EXPECT_EQ(answer.find("HTTP/1.1", 1), std::string::npos) << "a second answer: " << answer;
+  const std::string echoed = R"({"type":"connector/Message"})";
+  EXPECT_EQ(answer.substr(answer.size() - echoed.size()), echoed) << answer;
+  expectStillServing();
+}
+
 }  // namespace
 }  // namespace connector::net

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <exception>
 #include <istream>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -42,6 +43,15 @@ struct ErrorAnswer {
 
 struct BodyTooLarge {};
 
+// The declared body length; nothing when the header is not a number.
+std::optional<Poco::Int64> declaredLength(const Poco::Net::HTTPServerRequest& request) {
+  try {
+    return request.getContentLength64();
+  } catch (const Poco::SyntaxException&) {
+    return std::nullopt;
+  }
+}
+
 void send(Poco::Net::HTTPServerResponse& response, HTTPResponse::HTTPStatus status,
           const std::string& contentType, const void* bytes, std::size_t size) {
   response.setStatusAndReason(status);
@@ -71,30 +81,32 @@ common::DataBuffer bufferOf(std::size_t size) {
   return buffer;
 }
 
-// Reads the request body into one buffer. Throws BodyTooLarge over the limit, and
-// Poco::Net::NetException when the client goes away before sending all of it.
+// Reads the request body into one buffer. A chunked body wins over any Content-Length
+// header, as the request stream itself decodes it. Throws BodyTooLarge over the limit,
+// and Poco::Net::NetException when the client goes away before sending all of it.
 common::DataBuffer readBody(Poco::Net::HTTPServerRequest& request, std::size_t limit) {
   std::istream& in = request.stream();
-  if (request.hasContentLength()) {
-    const Poco::Int64 length = request.getContentLength64();
-    if (length < 0 || static_cast<std::uint64_t>(length) > limit) throw BodyTooLarge{};
-    common::DataBuffer body = bufferOf(static_cast<std::size_t>(length));
-    in.read(reinterpret_cast<char*>(body.data), static_cast<std::streamsize>(length));
-    body.size = static_cast<std::size_t>(in.gcount());
-    if (body.size != static_cast<std::size_t>(length)) {
-      throw Poco::Net::NetException("request body cut short");
+  if (request.getChunkedTransferEncoding()) {
+    common::DataBuffer body;
+    char chunk[16384];
+    while (in.read(chunk, sizeof chunk) || in.gcount() > 0) {
+      const auto n = static_cast<std::size_t>(in.gcount());
+      if (body.size + n > limit) throw BodyTooLarge{};
+      body.append(common::DataBuffer(chunk, n));
     }
+    if (in.bad()) throw Poco::Net::NetException("request body cut short");
     return body;
   }
-  if (!request.getChunkedTransferEncoding()) return {};  // no body at all
-  common::DataBuffer body;
-  char chunk[16384];
-  while (in.read(chunk, sizeof chunk) || in.gcount() > 0) {
-    const auto n = static_cast<std::size_t>(in.gcount());
-    if (body.size + n > limit) throw BodyTooLarge{};
-    body.append(common::DataBuffer(chunk, n));
+  if (!request.hasContentLength()) return {};  // no body at all
+  // The request could not have been read with a Content-Length that is not a number.
+  const Poco::Int64 length = declaredLength(request).value_or(-1);
+  if (length < 0 || static_cast<std::uint64_t>(length) > limit) throw BodyTooLarge{};
+  common::DataBuffer body = bufferOf(static_cast<std::size_t>(length));
+  in.read(reinterpret_cast<char*>(body.data), static_cast<std::streamsize>(length));
+  body.size = static_cast<std::size_t>(in.gcount());
+  if (body.size != static_cast<std::size_t>(length)) {
+    throw Poco::Net::NetException("request body cut short");
   }
-  if (in.bad()) throw Poco::Net::NetException("request body cut short");
   return body;
 }
 
@@ -217,7 +229,7 @@ void GatewayRequestHandler::handleRequest(Poco::Net::HTTPServerRequest& request,
     // Refused before its body was read: close the connection rather than parse the
     // body as the next request.
     const bool unreadBody =
-        !bodyRead && ((request.hasContentLength() && request.getContentLength64() > 0) ||
+        !bodyRead && ((request.hasContentLength() && declaredLength(request).value_or(1) > 0) ||
                       request.getChunkedTransferEncoding());
     if (unreadBody) response.setKeepAlive(false);
     sendError(response, answer.status, answer.text);
