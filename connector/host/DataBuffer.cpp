@@ -57,19 +57,25 @@ DataBuffer& DataBuffer::operator=(DataBuffer&& other) noexcept {
 
 DataBuffer::~DataBuffer() { std::free(data); }
 
+void DataBuffer::reserve(std::size_t n) {
+  if (n == 0 || (n <= capacity && data != nullptr)) {
+    return;
+  }
+  void* grown = data != nullptr ? std::realloc(data, n) : std::malloc(n);
+  if (grown == nullptr) {
+    throw std::runtime_error(kOutOfMemory);
+  }
+  data = static_cast<std::uint8_t*>(grown);
+  capacity = n;
+}
+
 void DataBuffer::append(const DataBuffer& item) {
   if (&item == this || item.size == 0) {
     return;
   }
   const std::size_t needed = size + item.size;
   if (needed > capacity || data == nullptr) {
-    const std::size_t grown = std::max(2 * capacity, needed);
-    void* moved = data != nullptr ? std::realloc(data, grown) : std::malloc(grown);
-    if (moved == nullptr) {
-      throw std::runtime_error(kOutOfMemory);
-    }
-    data = static_cast<std::uint8_t*>(moved);
-    capacity = grown;
+    reserve(std::max(2 * capacity, needed));
   }
   std::memcpy(data + size, item.data, item.size);
   size = needed;

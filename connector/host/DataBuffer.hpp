@@ -40,6 +40,11 @@ class CONNECTOR_API DataBuffer {
   // Throws std::runtime_error "Out of memory!" (buffer unchanged) when growth fails.
   void append(const DataBuffer& item);
 
+  // Makes room for at least n bytes in all (the bytes in use stay); grows to exactly n
+  // when it must, and allocates nothing for n == 0. Throws std::runtime_error
+  // "Out of memory!" (buffer unchanged).
+  void reserve(std::size_t n);
+
   std::string_view view() const noexcept { return {reinterpret_cast<const char*>(data), size}; }
 
   std::uint8_t* data = nullptr;  // malloc'ed bytes, or null

@@ -194,13 +194,7 @@ class StreamPublisher final : public PublisherAPI<DataBuffer>,
 
     // Makes the current chunk (allocating one when the last was handed on) the put area.
     void startChunk() {
-      if (chunk.data == nullptr) {
-        chunk.data = static_cast<std::uint8_t*>(std::malloc(kStreamChunkSize));
-        if (chunk.data == nullptr) {
-          throw std::runtime_error("Out of memory!");
-        }
-        chunk.capacity = kStreamChunkSize;
-      }
+      chunk.reserve(kStreamChunkSize);
       chunk.size = 0;
       char* begin = reinterpret_cast<char*>(chunk.data);
       setp(begin, begin + kStreamChunkSize);

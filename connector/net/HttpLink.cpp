@@ -32,19 +32,10 @@ struct AttemptFailure {
   std::string cause;
 };
 
-// Allocates a buffer of exactly `size` bytes to read a body into.
-common::DataBuffer bufferOf(std::size_t size) {
-  common::DataBuffer buffer;
-  if (size == 0) return buffer;
-  buffer.data = static_cast<std::uint8_t*>(std::malloc(size));
-  if (buffer.data == nullptr) throw std::runtime_error("Out of memory!");
-  buffer.capacity = size;
-  return buffer;
-}
-
 // Reads a body of known length straight into its buffer.
 common::DataBuffer readSizedBody(detail::LinkSession& session, std::size_t length) {
-  common::DataBuffer body = bufferOf(length);
+  common::DataBuffer body;
+  body.reserve(length);
   while (body.size < length) {
     const std::size_t n = session.readBody(body.data + body.size, length - body.size);
     if (n == 0) {

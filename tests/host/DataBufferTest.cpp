@@ -271,5 +271,44 @@ TEST(DataBuffer, CopyThatCannotAllocateThrowsOutOfMemory) {
   impossible.size = 0;
 }
 
+TEST(DataBuffer, ReserveOfZeroAllocatesNothing) {
+  DataBuffer buffer;
+  buffer.reserve(0);
+  expectEmpty(buffer);
+}
+
+TEST(DataBuffer, ReserveAllocatesExactlyThatMuchAndKeepsTheBytes) {
+  DataBuffer buffer(std::string_view("abc"));
+  buffer.reserve(64);
+  EXPECT_EQ(buffer.capacity, 64u);
+  EXPECT_EQ(buffer.view(), "abc");
+  buffer.append(DataBuffer(std::string_view("def")));
+  EXPECT_EQ(buffer.capacity, 64u);
+  EXPECT_EQ(buffer.view(), "abcdef");
+}
+
+TEST(DataBuffer, ReserveWithinCapacityKeepsTheStorage) {
+  DataBuffer buffer;
+  buffer.reserve(16);
+  std::uint8_t* bytes = buffer.data;
+  ASSERT_NE(bytes, nullptr);
+  EXPECT_EQ(buffer.size, 0u);
+  buffer.reserve(8);
+  EXPECT_EQ(buffer.data, bytes);
+  EXPECT_EQ(buffer.capacity, 16u);
+}
+
+TEST(DataBuffer, ReserveThatCannotAllocateThrowsAndLeavesTheBufferUnchanged) {
+  if (kAllocatorAbortsOnHugeRequests) {
+    GTEST_SKIP() << "the sanitizer allocator aborts instead of returning null";
+  }
+  DataBuffer buffer(std::string_view("kept"));
+  std::uint8_t* bytes = buffer.data;
+  EXPECT_THROW_TEXT(buffer.reserve(kImpossibleSize), std::runtime_error, "Out of memory!");
+  EXPECT_EQ(buffer.data, bytes);
+  EXPECT_EQ(buffer.capacity, 4u);
+  EXPECT_EQ(buffer.view(), "kept");
+}
+
 }  // namespace
 }  // namespace connector::common

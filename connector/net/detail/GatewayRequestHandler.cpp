@@ -72,15 +72,6 @@ void sendError(Poco::Net::HTTPServerResponse& response, HTTPResponse::HTTPStatus
   out.flush();
 }
 
-common::DataBuffer bufferOf(std::size_t size) {
-  common::DataBuffer buffer;
-  if (size == 0) return buffer;
-  buffer.data = static_cast<std::uint8_t*>(std::malloc(size));
-  if (buffer.data == nullptr) throw std::runtime_error("Out of memory!");
-  buffer.capacity = size;
-  return buffer;
-}
-
 // Reads the request body into one buffer. A chunked body wins over any Content-Length
 // header, as the request stream itself decodes it. Throws BodyTooLarge over the limit,
 // and Poco::Net::NetException when the client goes away before sending all of it.
@@ -101,7 +92,8 @@ common::DataBuffer readBody(Poco::Net::HTTPServerRequest& request, std::size_t l
   // The request could not have been read with a Content-Length that is not a number.
   const Poco::Int64 length = declaredLength(request).value_or(-1);
   if (length < 0 || static_cast<std::uint64_t>(length) > limit) throw BodyTooLarge{};
-  common::DataBuffer body = bufferOf(static_cast<std::size_t>(length));
+  common::DataBuffer body;
+  body.reserve(static_cast<std::size_t>(length));
   in.read(reinterpret_cast<char*>(body.data), static_cast<std::streamsize>(length));
   body.size = static_cast<std::size_t>(in.gcount());
   if (body.size != static_cast<std::size_t>(length)) {
