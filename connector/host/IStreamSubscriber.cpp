@@ -1,5 +1,6 @@
 #include "connector/host/IStreamSubscriber.hpp"
 
+#include <exception>
 #include <stdexcept>
 #include <utility>
 
@@ -92,7 +93,10 @@ void IStreamSubscriber::onSubscribe(std::weak_ptr<Subscription> subscription) {
     return;
   }
   // Nothing can ever arrive: end the stream instead of letting a reader wait forever.
-  onError(std::make_exception_ptr(std::runtime_error("Subscription went away!")));
+  // The error is built in its own statement so that its temporaries are gone before a
+  // reader on another thread can see it (they share the text's reference count).
+  std::exception_ptr gone = std::make_exception_ptr(std::runtime_error("Subscription went away!"));
+  onError(std::move(gone));
 }
 
 void IStreamSubscriber::onNext(common::DataBuffer&& item) { buffer->push(std::move(item)); }

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -62,9 +63,18 @@ TEST(FutureThreads, WaiterOnAnotherThreadWakesOnSetValue) {
 TEST(FutureThreads, WaiterOnAnotherThreadWakesOnSetException) {
   Promise<bool> promise;
   Future<bool> future = promise.getFuture();
+  // The error is made in a statement of its own, before the waiter exists. Written inline
+  // in the setException call, the temporary std::invalid_argument (and make_exception_ptr's
+  // by-value copy of it) would die only at the end of that full expression, after the
+  // waiter had been woken: both share the message's reference-counted string with the
+  // stored exception, and that count lives in the uninstrumented libstdc++, so the
+  // sanitizer sees the waiter's read of what() and this thread's free of the text as
+  // unordered whenever the waiter finishes first.
+  std::exception_ptr error = std::make_exception_ptr(std::invalid_argument("failed elsewhere"));
   WaiterThread waiter(
       [&] { EXPECT_THROW_TEXT(future.get(), std::invalid_argument, "failed elsewhere"); });
-  promise.setException(std::make_exception_ptr(std::invalid_argument("failed elsewhere")));
+  promise.setException(error);
+  waiter.join();
 }
 
 TEST(FutureThreads, WaiterOnAnotherThreadWakesWhenThePromiseIsAbandoned) {
