@@ -131,8 +131,9 @@ class CONNECTOR_API JsonSerializer {
   // This serializer as a shared pointer. Throws std::bad_weak_ptr when not so owned.
   virtual std::shared_ptr<JsonSerializer> getPtr() = 0;
 
-  // Runs the serializer converter registered under name. Throws std::out_of_range for
-  // an unknown name; std::runtime_error "Error while serializing: <name>, <what>" when
+  // Runs the serializer converter registered under name. Throws std::out_of_range
+  // "_Map_base::at" (the same text with every standard library) for an unknown name;
+  // std::runtime_error "Error while serializing: <name>, <what>" when
   // the converter throws a standard exception, "Error while serializing: <name>" when
   // it throws anything else.
   virtual Poco::SharedPtr<Poco::JSON::Object> serializeToJsonObject(

@@ -26,6 +26,11 @@ using MessagePtr = std::unique_ptr<connector::Message>;
 
 constexpr const char* kDefaultName = "connector/Message";
 
+// Text of the std::out_of_range for a name without a serializer converter. Fixed here
+// rather than left to the standard library's own map look-up, whose wording differs
+// between library implementations.
+constexpr const char* kUnknownSerializerName = "_Map_base::at";
+
 // std::type_info::name() without the leading '*' some platforms use for local types.
 const char* rawTypeName(const std::type_info& type) {
   const char* name = type.name();
@@ -209,7 +214,11 @@ std::shared_ptr<JsonSerializer> JsonSerializerImpl::getPtr() { return shared_fro
 Poco::SharedPtr<Poco::JSON::Object> JsonSerializerImpl::serializeToJsonObject(
     const std::string& name, const MessagePtr& message) {
   std::unique_lock<std::mutex> lock(mutex);
-  SerializerFn converter = serializers.at(name);  // std::out_of_range for an unknown name
+  const auto found = serializers.find(name);
+  if (found == serializers.end()) {
+    throw std::out_of_range(kUnknownSerializerName);  // the lock is released by unwinding
+  }
+  SerializerFn converter = found->second;
   try {
     lock.unlock();
     return converter(message);

@@ -4,7 +4,6 @@
 
 #include <sstream>
 #include <stdexcept>
-#include <unordered_map>
 
 #include <Poco/Exception.h>
 
@@ -160,6 +159,21 @@ TEST(JsonSerializerToJson, EveryPathReportsConverterFailureTheSameWay) {
   EXPECT_EQ(out.str(), "");
 }
 
+TEST(JsonSerializerToJson, ConverterPocoExceptionIsReportedWithWhatNotWithItsMessage) {
+  auto serializer = withFailingConverter([](const std::unique_ptr<Message>&) -> ObjectPtr {
+    throw Poco::NotFoundException("sku missing");
+  });
+  // A Poco exception's what() is its class's name; the message stays out of the text.
+  ASSERT_EQ(std::string(Poco::NotFoundException("sku missing").what()), "Not found");
+  ModuleLogSwitch enabled(kModuleErrorBit);
+  LogCapture capture;
+  EXPECT_THROW_TEXT(serializer->serializeToJsonObject(std::make_unique<shop::Cancel>()),
+                    std::runtime_error, "Error while serializing: shop/Cancel, Not found");
+  const auto records = capture.records();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].message, "Exception serializing shop/Cancel, Not found");
+}
+
 TEST(JsonSerializerToJson, ConverterThrowingAnIntGivesTheNameAlone) {
   auto serializer =
       withFailingConverter([](const std::unique_ptr<Message>&) -> ObjectPtr { throw 42; });
@@ -180,23 +194,22 @@ TEST(JsonSerializerToJson, EmptyConverterReportsBadFunctionCall) {
       std::string("Error while serializing: shop/Cancel, ") + std::bad_function_call().what());
 }
 
-// The text of a failed unordered_map look-up, as this standard library words it.
-std::string failedLookupText() {
-  try {
-    std::unordered_map<std::string, SerializerFn>().at("unknown");
-  } catch (const std::out_of_range& e) {
-    return e.what();
-  }
-  return "no exception";
-}
-
 TEST(JsonSerializerToJson, UnknownNameThrowsOutOfRangeAndLogsNothing) {
   auto serializer = std::make_shared<JsonSerializerImpl>();
   ModuleLogSwitch enabled(kModuleErrorBit);
   LogCapture capture;
   EXPECT_THROW_TEXT(serializer->serializeToJsonObject("unknown", plainMessage()), std::out_of_range,
-                    failedLookupText());
+                    "_Map_base::at");
   EXPECT_TRUE(capture.records().empty());
+}
+
+TEST(JsonSerializerToJson, UnknownNameLeavesTheRegistryUnlocked) {
+  auto serializer = std::make_shared<JsonSerializerImpl>();
+  EXPECT_THROW(serializer->serializeToJsonObject("unknown", plainMessage()), std::out_of_range);
+  // Registration takes the same lock: it would never return had the failure kept it.
+  serializer->registerType("unknown", typeid(shop::Cancel), shop::emptyToJson,
+                           shop::cancelFromJson);
+  EXPECT_EQ(serializer->serializeToJsonObject("unknown", plainMessage())->size(), 0u);
 }
 
 TEST(JsonSerializerToJson, UnregisteredMessageFailsBeforeAnyConverterRuns) {
@@ -207,6 +220,28 @@ TEST(JsonSerializerToJson, UnregisteredMessageFailsBeforeAnyConverterRuns) {
   EXPECT_THROW_TEXT(serializer->serializeValue(std::make_unique<shop::Unregistered>()),
                     std::invalid_argument, "No serializer for type: shop::Unregistered");
   EXPECT_THROW(serializer->serialize(nullptr, out), std::bad_typeid);
+}
+
+// "shared" stays listed under shop::Reserve after its converters went with shop::Cancel.
+std::shared_ptr<JsonSerializerImpl> withNameListedButWithoutConverter() {
+  auto serializer = std::make_shared<JsonSerializerImpl>();
+  serializer->registerType("shared", typeid(shop::Cancel), shop::emptyToJson, shop::cancelFromJson);
+  serializer->registerType("shared", typeid(shop::Reserve), shop::reserveToJson,
+                           shop::reserveFromJson);
+  serializer->deregisterType(typeid(shop::Cancel));
+  return serializer;
+}
+
+TEST(JsonSerializerToJson, EverySerializingPathReportsAListedNameWithoutConverter) {
+  auto serializer = withNameListedButWithoutConverter();
+  const char* text = "Serializer not found: shared";
+  std::ostringstream out;
+  EXPECT_THROW_TEXT(serializer->serialize(reserve()), std::runtime_error, text);
+  EXPECT_THROW_TEXT(serializer->serialize(reserve(), out), std::runtime_error, text);
+  EXPECT_THROW_TEXT(serializer->serializeValue(reserve()), std::runtime_error, text);
+  EXPECT_THROW_TEXT(serializer->serializeValue(reserve(), out), std::runtime_error, text);
+  EXPECT_THROW_TEXT(serializer->serializeToJsonObject(reserve()), std::runtime_error, text);
+  EXPECT_EQ(out.str(), "");
 }
 
 TEST(JsonSerializerToJson, NullConverterResultFailsAtOnceExceptForTheValuePublisher) {
