@@ -5,6 +5,7 @@
 
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
+#include <Poco/JSON/Parser.h>
 
 #include <connector/json.hpp>
 
@@ -117,6 +118,36 @@ TEST(JsonSerializerFromJson, NumericTypeIsLookedUpByItsDecimalText) {
   EXPECT_EQ(typeid(*message), typeid(shop::Cancel));
   EXPECT_THROW_TEXT(serializer->deserialize(typed(6)), std::invalid_argument,
                     "No deserializer for type: 6");
+}
+
+ObjectPtr parsed(const std::string& text) {
+  Poco::JSON::Parser parser;
+  return parser.parse(text).extract<ObjectPtr>();
+}
+
+// A "type" that is not a string is turned into text by Poco's own conversion, and that
+// text is the name looked up.
+TEST(JsonSerializerFromJson, NonStringTypeIsLookedUpByPocosTextOfIt) {
+  auto serializer = std::make_shared<JsonSerializerImpl>();
+  ModuleLogSwitch enabled(kModuleErrorBit);
+  LogCapture capture;
+  EXPECT_THROW_TEXT(serializer->deserialize(parsed(R"({"type":true})")), std::invalid_argument,
+                    "No deserializer for type: true");
+  // Poco writes a nested object or array indented, with a step of two.
+  EXPECT_THROW_TEXT(serializer->deserialize(parsed(R"({"type":{"b":[1],"a":"x"}})")),
+                    std::invalid_argument,
+                    "No deserializer for type: {\n  \"a\": \"x\",\n  \"b\": [\n    1\n  ]\n}");
+  EXPECT_THROW_TEXT(serializer->deserialize(parsed(R"({"type":[1,"x",null]})")),
+                    std::invalid_argument,
+                    "No deserializer for type: [\n  1,\n  \"x\",\n  null\n]");
+  EXPECT_TRUE(capture.records().empty());
+}
+
+TEST(JsonSerializerFromJson, BooleanTypeFindsAConverterRegisteredUnderItsText) {
+  auto serializer = withConverter("true", shop::cancelFromJson);
+  auto message = serializer->deserialize(parsed(R"({"type":true})"));
+  ASSERT_NE(message, nullptr);
+  EXPECT_EQ(typeid(*message), typeid(shop::Cancel));
 }
 
 TEST(JsonSerializerFromJson, UnknownNameIsRejectedByBothOverloadsWithoutLogging) {

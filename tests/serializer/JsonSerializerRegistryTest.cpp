@@ -118,6 +118,58 @@ TEST(JsonSerializerRegistry, NamesByTypeInfoWinOverNamesByReadableName) {
   EXPECT_EQ(serializer->getNamesOfType(typeid(shop::Cancel)), Names{"by-type"});
 }
 
+using BlankPair = shop::Pair<int, long>;
+
+TEST(JsonSerializerRegistry, TemplateTypeRegisteredByTypeInfoIsFound) {
+  auto serializer = std::make_shared<JsonSerializerImpl>();
+  serializer->registerType("shop/Pair", typeid(BlankPair), shop::emptyToJson, shop::cancelFromJson);
+  EXPECT_EQ(serializer->getNamesOfType(typeid(BlankPair)), Names{"shop/Pair"});
+  EXPECT_EQ(serializer->getNameForMessage(std::make_unique<BlankPair>()), "shop/Pair");
+}
+
+// The look-up by readable name drops the text up to the first blank, taking it for a
+// leading keyword: a readable name with blanks is found under what follows the blank.
+TEST(JsonSerializerRegistry, ReadableNameWithBlanksIsFoundUnderTheTextAfterTheFirstBlank) {
+  ASSERT_EQ(foundation::core::diag::detail::demangle_typeid_name(typeid(BlankPair).name(), true),
+            "shop::Pair<int, long>");
+  auto byTail = std::make_shared<JsonSerializerImpl>();
+  byTail->registerTypeIfNotRegistered("shop/Pair", std::string("long>"), shop::emptyToJson,
+                                      shop::cancelFromJson);
+  EXPECT_EQ(byTail->getNamesOfType(typeid(BlankPair)), Names{"shop/Pair"});
+  EXPECT_EQ(byTail->getNameForMessage(std::make_unique<BlankPair>()), "shop/Pair");
+
+  auto byWholeName = std::make_shared<JsonSerializerImpl>();
+  byWholeName->registerTypeIfNotRegistered("shop/Pair", std::string("shop::Pair<int, long>"),
+                                           shop::emptyToJson, shop::cancelFromJson);
+  EXPECT_TRUE(byWholeName->getNamesOfType(typeid(BlankPair)).empty());
+}
+
+TEST(JsonSerializerRegistry, AnonymousNamespaceTypeIsFoundUnderTheTextAfterTheFirstBlank) {
+  auto serializer = std::make_shared<JsonSerializerImpl>();
+  serializer->registerTypeIfNotRegistered("local", std::string("namespace)::LocalUnregistered"),
+                                          shop::emptyToJson, shop::cancelFromJson);
+  EXPECT_EQ(serializer->getNamesOfType(typeid(LocalUnregistered)), Names{"local"});
+}
+
+// Deregistration by type looks for the whole readable name, blanks included.
+TEST(JsonSerializerRegistry, DeregisteringByTypeInfoATypeFoundOnlyUnderItsTailThrows) {
+  auto serializer = std::make_shared<JsonSerializerImpl>();
+  serializer->registerTypeIfNotRegistered("shop/Pair", std::string("long>"), shop::emptyToJson,
+                                          shop::cancelFromJson);
+  EXPECT_THROW_TEXT(serializer->deregisterType(typeid(BlankPair)), std::runtime_error,
+                    "No type name for type found");
+  EXPECT_EQ(serializer->getNamesOfType(typeid(BlankPair)), Names{"shop/Pair"});
+}
+
+TEST(JsonSerializerRegistry, DeregisteringByTypeInfoRemovesNamesUnderTheWholeReadableName) {
+  auto serializer = std::make_shared<JsonSerializerImpl>();
+  serializer->registerTypeIfNotRegistered("shop/Pair", std::string("shop::Pair<int, long>"),
+                                          shop::emptyToJson, shop::cancelFromJson);
+  EXPECT_NO_THROW(serializer->deregisterType(typeid(BlankPair)));
+  EXPECT_THROW_TEXT(serializer->deserialize("shop/Pair", new Poco::JSON::Object),
+                    std::invalid_argument, "No deserializer for type: shop/Pair");
+}
+
 TEST(JsonSerializerRegistry, UnknownTypeHasNoNames) {
   auto serializer = std::make_shared<JsonSerializerImpl>();
   EXPECT_TRUE(serializer->getNamesOfType(typeid(shop::Unregistered)).empty());
@@ -128,6 +180,43 @@ TEST(JsonSerializerRegistry, DeregisteringAnUnknownNameDoesNothing) {
   auto serializer = std::make_shared<JsonSerializerImpl>();
   EXPECT_NO_THROW(serializer->deregisterType("no/such/name"));
   EXPECT_EQ(serializer->getNamesOfType(typeid(Message)), Names{"connector/Message"});
+}
+
+TEST(JsonSerializerRegistry, DeregisteringANameRegisteredByReadableNameRemovesItEverywhere) {
+  auto serializer = std::make_shared<JsonSerializerImpl>();
+  serializer->registerTypeIfNotRegistered("shop/NamedOnly", std::string("shop::NamedOnly"),
+                                          shop::emptyToJson, shop::namedOnlyFromJson);
+  serializer->deregisterType("shop/NamedOnly");
+  EXPECT_TRUE(serializer->getNamesOfType(typeid(shop::NamedOnly)).empty());
+  EXPECT_THROW_TEXT(serializer->deserialize("shop/NamedOnly", new Poco::JSON::Object),
+                    std::invalid_argument, "No deserializer for type: shop/NamedOnly");
+  EXPECT_THROW_TEXT(serializer->serializeToJsonObject("shop/NamedOnly", nullptr), std::out_of_range,
+                    "_Map_base::at");
+  // The emptied entry went too.
+  EXPECT_THROW_TEXT(serializer->deregisterType(typeid(shop::NamedOnly)), std::runtime_error,
+                    "No type name for type found");
+}
+
+TEST(JsonSerializerRegistry, DeregisteringANameListedUnderSeveralTypesRemovesItFromAll) {
+  auto serializer = std::make_shared<JsonSerializerImpl>();
+  ASSERT_TRUE(serializer->registerTypeIfNotRegistered("shared", std::string("shop::NamedOnly"),
+                                                      shop::emptyToJson, shop::cancelFromJson));
+  ASSERT_TRUE(serializer->registerTypeIfNotRegistered("named", std::string("shop::NamedOnly"),
+                                                      shop::emptyToJson, shop::namedOnlyFromJson));
+  serializer->registerType("cancel", typeid(shop::Cancel), shop::emptyToJson, shop::cancelFromJson);
+  serializer->registerType("shared", typeid(shop::Cancel), shop::emptyToJson, shop::cancelFromJson);
+  serializer->registerType("shared", typeid(shop::Reserve), shop::emptyToJson,
+                           shop::cancelFromJson);
+  ASSERT_EQ(serializer->getNamesOfType(typeid(shop::NamedOnly)), (Names{"shared", "named"}));
+  ASSERT_EQ(serializer->getNamesOfType(typeid(shop::Cancel)), (Names{"cancel", "shared"}));
+  serializer->deregisterType("shared");
+  EXPECT_EQ(serializer->getNamesOfType(typeid(shop::Cancel)), Names{"cancel"});
+  EXPECT_TRUE(serializer->getNamesOfType(typeid(shop::Reserve)).empty());
+  EXPECT_EQ(serializer->getNamesOfType(typeid(shop::NamedOnly)), Names{"named"});
+  EXPECT_THROW_TEXT(serializer->deserialize("shared", new Poco::JSON::Object),
+                    std::invalid_argument, "No deserializer for type: shared");
+  EXPECT_THROW_TEXT(serializer->deregisterType(typeid(shop::Reserve)), std::runtime_error,
+                    "No type name for type found");
 }
 
 TEST(JsonSerializerRegistry, DeregisteringAnUnknownTypeThrows) {

@@ -12,7 +12,7 @@
 
 #include <connector/json.hpp>
 
-// A named namespace, so that the readable class names carry no blank.
+// A named namespace, so that the readable class names carry no blank (but Pair's).
 namespace shop {
 
 struct Reserve : connector::Message {
@@ -29,6 +29,10 @@ struct NamedOnly : connector::Message {};
 
 // Never registered.
 struct Unregistered : connector::Message {};
+
+// A template: its readable name ("shop::Pair<int, long>") carries a blank.
+template <typename First, typename Second>
+struct Pair : connector::Message {};
 
 inline Poco::SharedPtr<Poco::JSON::Object> reserveToJson(
     const std::unique_ptr<connector::Message>& message) {
