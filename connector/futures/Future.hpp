@@ -85,7 +85,11 @@ class CONNECTOR_API Future {
   // resolved already). This future stays valid; its get() then reports the
   // continuation. Throws like get() when the result was taken or a continuation is set,
   // and std::invalid_argument "Future continuation must not be empty." for an empty
-  // function (which could otherwise only fail later, on the resolving thread).
+  // function (which could otherwise only fail later, on the resolving thread). A
+  // continuation that throws lets its exception out of the call it runs in: out of
+  // then() when it runs at once, out of the promise's setValue/setException otherwise
+  // (from a promise's destructor, it ends the process). Either way it was attached, so
+  // get() still reports the continuation afterwards.
   void then(std::function<void(Future<T>)> continuation) {
     checkValid();
     if (!continuation) {
@@ -94,7 +98,16 @@ class CONNECTOR_API Future {
     if (continued) {
       throw std::runtime_error(detail::kFutureAlreadyRetrieved);
     }
-    state->attachContinuation(std::make_unique<FunctionContinuation>(std::move(continuation)));
+    std::unique_ptr<detail::FutureContinuation<T>> next =
+        std::make_unique<FunctionContinuation>(std::move(continuation));
+    try {
+      state->attachContinuation(std::move(next));
+    } catch (...) {
+      // The state took `next` only if it attached it: a continuation that then ran at
+      // once and threw still owns the result.
+      continued = next == nullptr;
+      throw;
+    }
     continued = true;
   }
 

@@ -99,7 +99,10 @@ class CONNECTOR_API SharedFutureState : public std::enable_shared_from_this<Shar
   T take();
 
   // Attaches the one continuation; runs it at once when the state is resolved already.
-  void attachContinuation(std::unique_ptr<FutureContinuation<T>> next);
+  // Moves from `next` only when it attaches it: if this throws and `next` still holds
+  // the continuation, nothing was attached (the result was taken, or a continuation was
+  // set); if `next` is empty, the continuation was attached and what it threw came out.
+  void attachContinuation(std::unique_ptr<FutureContinuation<T>>&& next);
 
   // Moves a pending state to Cancelled and wakes any waiter.
   void cancel();
@@ -257,7 +260,7 @@ T SharedFutureState<T>::take() {
 }
 
 template <typename T>
-void SharedFutureState<T>::attachContinuation(std::unique_ptr<FutureContinuation<T>> next) {
+void SharedFutureState<T>::attachContinuation(std::unique_ptr<FutureContinuation<T>>&& next) {
   Lock lock(mutex);
   if (resultTaken || continuation) {
     throw std::runtime_error(kFutureAlreadyRetrieved);

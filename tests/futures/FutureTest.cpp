@@ -419,6 +419,35 @@ TEST(Future, ContinuationThatThrowsLetsTheErrorOutOfSetValueAndTheStateStaysReso
   EXPECT_THROW_TEXT(promise.setValue(true), std::logic_error, "continuation failed");
   EXPECT_TRUE(watch.expired());  // destroyed before the error left
   EXPECT_THROW_TEXT(promise.setValue(false), std::runtime_error, "Promise already resolved.");
+  EXPECT_TRUE(future.valid());
+  EXPECT_THROW_TEXT(future.get(), std::runtime_error, kAlreadyRetrieved);
+}
+
+TEST(Future, ContinuationThatThrowsOnAResolvedStateLetsTheErrorOutOfThen) {
+  auto alive = std::make_shared<int>(0);
+  std::weak_ptr<int> watch = alive;
+  Promise<bool> promise;
+  Future<bool> future = promise.getFuture();
+  promise.setValue(true);
+  EXPECT_THROW_TEXT(future.then([alive = std::move(alive)](Future<bool>) -> void {
+    throw std::logic_error("continuation failed");
+  }),
+                    std::logic_error, "continuation failed");
+  EXPECT_TRUE(watch.expired());  // destroyed before the error left
+  // The result went to the continuation: this future reports it, whatever it did.
+  EXPECT_TRUE(future.valid());
+  EXPECT_THROW_TEXT(future.get(), std::runtime_error, kAlreadyRetrieved);
+  EXPECT_THROW_TEXT(future.then([](Future<bool>) {}), std::runtime_error, kAlreadyRetrieved);
+}
+
+TEST(Future, ContinuationThatThrowsOnAFailedStateLeavesGetReportingTheContinuation) {
+  Future<bool> future =
+      makeFailedFuture<bool>(std::make_exception_ptr(std::runtime_error("no route")));
+  EXPECT_THROW_TEXT(
+      future.then([](Future<bool>) -> void { throw std::logic_error("continuation failed"); }),
+      std::logic_error, "continuation failed");
+  EXPECT_TRUE(future.valid());
+  EXPECT_THROW_TEXT(future.get(), std::runtime_error, kAlreadyRetrieved);
 }
 
 TEST(Future, ContinuationMayAttachAnotherContinuationThroughItsFreshFuture) {

@@ -134,6 +134,45 @@ TEST(FutureThreads, ContinuationRunsOnTheResolvingThreadAndHandsTheResultOn) {
   EXPECT_EQ(ranOn, producerId);
 }
 
+// Whether the continuation runs inside then() (state resolved first) or inside setValue
+// on the producer, its error leaves that call and the future keeps reporting it.
+TEST(FutureThreads, ThrowingContinuationRacingSetValueLeavesGetReportingTheContinuation) {
+  constexpr int kRounds = 200;
+  for (int round = 0; round < kRounds; ++round) {
+    Promise<int> promise;
+    Future<int> future = promise.getFuture();
+    std::atomic<int> thrown{0};
+    std::atomic<bool> ready{false};
+    std::atomic<bool> go{false};
+    std::thread producer([&] {
+      ready.store(true);
+      while (!go.load()) {
+        std::this_thread::yield();
+      }
+      try {
+        promise.setValue(int(round));
+      } catch (const std::logic_error&) {
+        thrown.fetch_add(1);
+      }
+    });
+    while (!ready.load()) {
+      std::this_thread::yield();
+    }
+    go.store(true);  // both calls start together, so either may find the other done
+    try {
+      // Leaves the result untaken: only the attached continuation makes get() refuse.
+      future.then([](Future<int>) -> void { throw std::logic_error("continuation failed"); });
+    } catch (const std::logic_error&) {
+      thrown.fetch_add(1);
+    }
+    producer.join();
+    ASSERT_EQ(thrown.load(), 1) << "round " << round;
+    ASSERT_TRUE(future.valid());
+    EXPECT_THROW_TEXT(future.get(), std::runtime_error,
+                      "Future already returned it's value or has an associated continuation.");
+  }
+}
+
 TEST(FutureThreads, FreshFutureFromAContinuationIsReadOnAnotherThread) {
   Promise<bool> promise;
   Future<bool> future = promise.getFuture();
