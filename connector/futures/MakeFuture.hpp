@@ -8,6 +8,7 @@
 #pragma once
 
 #include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "connector/futures/Future.hpp"
@@ -24,8 +25,14 @@ Future<T> makeReadyFuture(T&& value) {
 }
 
 // A fresh state resolved with `error` (HasException); get() rethrows it at once.
+// Never throws for a null `error` (e.g. std::current_exception() outside a handler):
+// the future then fails with std::runtime_error "Failed future made from a null
+// exception.", so a producer that answers through a future still answers.
 template <typename T>
 Future<T> makeFailedFuture(std::exception_ptr error) {
+  if (!error) {
+    error = std::make_exception_ptr(std::runtime_error(detail::kFailedFutureWithoutException));
+  }
   Promise<T> promise;
   promise.setException(std::move(error));
   return promise.getFuture();

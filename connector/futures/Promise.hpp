@@ -65,7 +65,9 @@ class CONNECTOR_API Promise {
     keep->setValue(std::move(value));
   }
 
-  // Resolves with an error; same rules as setValue.
+  // Resolves with an error; same rules as setValue. A null `error` is refused before
+  // anything changes (the promise stays valid and pending): throws
+  // std::invalid_argument "Promise exception must not be null.".
   void setException(std::exception_ptr error) {
     checkValid();
     std::shared_ptr<detail::SharedFutureState<T>> keep = state;

@@ -64,6 +64,9 @@ inline constexpr const char* kFutureAlreadyRetrieved =
 inline constexpr const char* kFutureCancelled = "Future has been cancelled.";
 inline constexpr const char* kFutureInvalidState = "Invalid Future state reached.";
 inline constexpr const char* kFutureContinuationEmpty = "Future continuation must not be empty.";
+inline constexpr const char* kPromiseExceptionNull = "Promise exception must not be null.";
+inline constexpr const char* kFailedFutureWithoutException =
+    "Failed future made from a null exception.";
 
 // A one-shot callable that a state runs once it has resolved.
 template <typename T>
@@ -88,6 +91,9 @@ class CONNECTOR_API SharedFutureState : public std::enable_shared_from_this<Shar
 
   // Resolve with a value or an exception. Throw "Promise already resolved." when the
   // state is resolved already; drop the argument silently when it was cancelled.
+  // setException refuses a null `error` first, leaving the state as it was: throws
+  // std::invalid_argument "Promise exception must not be null." (get() would have
+  // nothing to rethrow).
   void setValue(T&& value);
   void setException(std::exception_ptr error);
 
@@ -173,6 +179,9 @@ void SharedFutureState<T>::setValue(T&& value) {
 
 template <typename T>
 void SharedFutureState<T>::setException(std::exception_ptr error) {
+  if (!error) {
+    throw std::invalid_argument(kPromiseExceptionNull);
+  }
   Lock lock(mutex);
   if (status == FutureStatus::HasValue || status == FutureStatus::HasException) {
     throw std::runtime_error(kPromiseAlreadyResolved);

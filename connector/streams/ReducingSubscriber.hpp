@@ -42,7 +42,8 @@
 // no promise existed when it arrived; result() and completion() then hand out a future
 // that fails with a std::exception_ptr wrapping it (Future::get surfaces the original
 // error; when the error went to the promises instead, the wrapped pointer is null and
-// get() throws that null std::exception_ptr object).
+// get() throws that null std::exception_ptr object). A null error from onError(nullptr)
+// ends the same way on every future: get() throws a null std::exception_ptr object.
 //
 // Thread-safety: one std::mutex per subscriber. Items and signals may arrive on any
 // thread; the mutex serialises them with cancel(), result() and completion() from
@@ -195,18 +196,23 @@ class CONNECTOR_API ReducingSubscriber : public SubscriberAPI<T> {
   }
 
   // Active: the stream failed; pending promises fail with `e`, which is kept only if
-  // neither promise existed. Otherwise `e` is dropped. Throws only on promise misuse.
+  // neither promise existed. Otherwise `e` is dropped. A null `e` is accepted: pending
+  // promises then fail with it wrapped in an exception pointer, exactly as result() and
+  // completion() hand out a null error kept from before they were asked, so get()
+  // throws a null std::exception_ptr object either way. Throws only on promise misuse.
   void onError(std::exception_ptr e) override {
     std::unique_lock<std::mutex> lock(mutex);
     if (state != ReducerState::Active) {
       return;
     }
     state = ReducerState::Failed;
+    // A promise refuses a null error; wrapped, it is not null.
+    const std::exception_ptr delivered = e ? e : std::make_exception_ptr(e);
     if (resultPromise != nullptr) {
-      resultPromise->setException(e);
+      resultPromise->setException(delivered);
     }
     if (completionPromise != nullptr) {
-      completionPromise->setException(e);
+      completionPromise->setException(delivered);
     }
     if (resultPromise == nullptr && completionPromise == nullptr) {
       error = std::move(e);

@@ -67,6 +67,23 @@ TEST(MakeFuture, FailedFutureCarriesTheCurrentExceptionOfAHandler) {
   EXPECT_THROW_TEXT(future.get(), std::runtime_error, "parse failed");
 }
 
+TEST(MakeFuture, FailedFutureFromANullExceptionFailsWithItsOwnError) {
+  Future<std::unique_ptr<Message>> future;
+  ASSERT_NO_THROW(future = makeFailedFuture<std::unique_ptr<Message>>(std::current_exception()));
+  ASSERT_TRUE(future.valid());
+  EXPECT_THROW_TEXT(future.get(), std::runtime_error, "Failed future made from a null exception.");
+}
+
+TYPED_TEST(ReadyFutureOfEachType, FailedFutureFromNullRunsAContinuationWithItsOwnError) {
+  Future<TypeParam> future = makeFailedFuture<TypeParam>(nullptr);
+  bool ran = false;
+  future.then([&ran](Future<TypeParam> ready) {
+    ran = true;
+    EXPECT_THROW_TEXT(ready.get(), std::runtime_error, "Failed future made from a null exception.");
+  });
+  EXPECT_TRUE(ran);
+}
+
 TEST(MakeFuture, FailedFutureWithAWrappedPointerSurfacesTheInnerException) {
   auto inner = std::make_exception_ptr(std::invalid_argument("wrapped"));
   Future<bool> future = makeFailedFuture<bool>(std::make_exception_ptr(inner));

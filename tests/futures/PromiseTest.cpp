@@ -93,6 +93,48 @@ TEST(Promise, SetExceptionSurfacesFromGetWithItsTypeAndText) {
   EXPECT_THROW_TEXT(future.get(), std::invalid_argument, "bad request");
 }
 
+TEST(Promise, NullExceptionIsRefusedAndThePromiseStaysUsable) {
+  Promise<bool> promise;
+  Future<bool> future = promise.getFuture();
+  EXPECT_THROW_TEXT(promise.setException(nullptr), std::invalid_argument,
+                    "Promise exception must not be null.");
+  EXPECT_TRUE(promise.valid());
+  promise.setException(std::make_exception_ptr(std::invalid_argument("real error")));
+  EXPECT_THROW_TEXT(future.get(), std::invalid_argument, "real error");
+}
+
+TEST(Promise, NullExceptionLeavesAWaitingContinuationUnrun) {
+  Promise<bool> promise;
+  Future<bool> future = promise.getFuture();
+  int runs = 0;
+  future.then([&runs](Future<bool> ready) {
+    ++runs;
+    EXPECT_TRUE(ready.get());
+  });
+  EXPECT_THROW_TEXT(promise.setException(std::exception_ptr()), std::invalid_argument,
+                    "Promise exception must not be null.");
+  EXPECT_EQ(runs, 0);
+  promise.setValue(true);
+  EXPECT_EQ(runs, 1);
+}
+
+TEST(Promise, NullExceptionIsRefusedEvenOnAResolvedState) {
+  Promise<bool> promise;
+  Future<bool> future = promise.getFuture();
+  promise.setValue(true);
+  EXPECT_THROW_TEXT(promise.setException(nullptr), std::invalid_argument,
+                    "Promise exception must not be null.");
+  EXPECT_TRUE(future.get());
+}
+
+TEST(Promise, NullExceptionOnAMovedFromPromiseReportsTheInvalidStateFirst) {
+  Promise<bool> promise;
+  Promise<bool> taken = std::move(promise);
+  EXPECT_THROW_TEXT(promise.setException(nullptr),
+                    std::runtime_error,  // NOLINT(bugprone-use-after-move)
+                    "Promise state isn't valid!");
+}
+
 TEST(Promise, SecondResolutionAfterAnErrorThrowsAndKeepsTheError) {
   Promise<bool> promise;
   Future<bool> future = promise.getFuture();

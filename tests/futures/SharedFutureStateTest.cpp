@@ -59,6 +59,13 @@ TEST(SharedFutureState, SetExceptionMovesItToHasException) {
   EXPECT_EQ(state->currentStatus(), FutureStatus::HasException);
 }
 
+TEST(SharedFutureState, NullExceptionIsRefusedAndTheStateStaysPending) {
+  auto state = std::make_shared<SharedFutureState<bool>>();
+  EXPECT_THROW_TEXT(state->setException(nullptr), std::invalid_argument,
+                    "Promise exception must not be null.");
+  EXPECT_EQ(state->currentStatus(), FutureStatus::Pending);
+}
+
 TEST(SharedFutureState, AbandonStoresTheDestroyedPromiseError) {
   auto state = std::make_shared<SharedFutureState<bool>>();
   state->abandon();

@@ -219,6 +219,28 @@ TEST(ReducingSubscriber, ResultAskedFirstThenOnErrorFailsThatResultWithTheError)
   expectNullExceptionPointer([&] { stream.folder->completion().get(); });
 }
 
+TEST(ReducingSubscriber, NullErrorBeforeResultWasAskedFailsResultAndCompletionWithANullPointer) {
+  ByteStream stream;
+  stream.publisher->next(DataBuffer("ab"));
+  EXPECT_NO_THROW(stream.publisher->fail(nullptr));
+  EXPECT_EQ(stream.folder->currentState(), ReducerState::Failed);
+  expectNullExceptionPointer([&] { stream.folder->result().get(); });
+  expectNullExceptionPointer([&] { stream.folder->completion().get(); });
+}
+
+TEST(ReducingSubscriber, NullErrorAfterResultAndCompletionWereAskedFailsThemWithANullPointer) {
+  ByteStream stream;
+  Future<DataBuffer> result = stream.folder->result();
+  Future<bool> completion = stream.folder->completion();
+  stream.publisher->next(DataBuffer("ab"));
+  EXPECT_NO_THROW(stream.publisher->fail(nullptr));
+  EXPECT_EQ(stream.folder->currentState(), ReducerState::Failed);
+  expectNullExceptionPointer([&] { result.get(); });
+  expectNullExceptionPointer([&] { completion.get(); });
+  // And later askers see the same.
+  expectNullExceptionPointer([&] { stream.folder->result().get(); });
+}
+
 TEST(ReducingSubscriber, OnNextAndOnCompleteAfterOnErrorAreIgnored) {
   ByteStream stream;
   auto completion = watch(stream.folder->completion());
