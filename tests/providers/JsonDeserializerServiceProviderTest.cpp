@@ -3,11 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <stdexcept>
+#include <string>
+#include <typeinfo>
+#include <vector>
 
 #include <connector/json.hpp>
 
+#include "support/DestructionProbes.hpp"
 #include "support/ExpectThrow.hpp"
 #include "support/RecordingContext.hpp"
+#include "support/StandInSerializer.hpp"
 #include "support/TestMessages.hpp"
 
 namespace connector::json {
@@ -167,6 +173,114 @@ TEST_F(JsonDeserializerServiceProviderTest, DeliverOfAStoppedProviderIsRefused) 
   auto reply = provider->deliver(request(kGreetingJson), Address("a"), context);
   EXPECT_THROW_TEXT(reply.get(), std::runtime_error, "Service exists but is not running.");
   EXPECT_EQ(context->calls(), 0u);
+}
+
+TEST_F(JsonDeserializerServiceProviderTest, ContextThatThrowsLetsItOutWithThePayloadConsumed) {
+  context->answerWith([](std::unique_ptr<Message>&) -> Future<std::unique_ptr<Message>> {
+    throw std::length_error("no route");
+  });
+  auto message = request(kGreetingJson, "text/json");
+  EXPECT_THROW_TEXT(provider->handle(std::move(message), Address("a"), context), std::length_error,
+                    "no route");
+  ASSERT_TRUE(message);
+  EXPECT_EQ(message->payload.size, 0u);
+  EXPECT_EQ(message->contentType, "text/json");
+}
+
+TEST_F(JsonDeserializerServiceProviderTest, NullAnswerFromTheContextCannotBeSerialized) {
+  context->answerWith(
+      [](std::unique_ptr<Message>&) { return makeReadyFuture<std::unique_ptr<Message>>(nullptr); });
+  EXPECT_THROW_TEXT(provider->handle(request(kGreetingJson), Address("a"), context),
+                    std::bad_typeid, std::bad_typeid().what());
+  EXPECT_EQ(context->calls(), 1u);
+}
+
+// The provider with a stand-in serializer, to reach what a real one never produces.
+class JsonDeserializerServiceProviderStandInTest : public ::testing::Test {
+ protected:
+  JsonDeserializerServiceProviderStandInTest() {
+    testing::registerTestMessages(*serializer);
+    testing::registerProbedMessage(*serializer);
+    context->answerWith([](std::unique_ptr<Message>&) {
+      return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<Message>());
+    });
+  }
+
+  static std::unique_ptr<OpaqueMessage> request() {
+    return std::make_unique<OpaqueMessage>("application/json", common::DataBuffer(kGreetingJson));
+  }
+
+  std::shared_ptr<testing::StandInSerializer> serializer =
+      std::make_shared<testing::StandInSerializer>();
+  std::shared_ptr<JsonDeserializerServiceProvider> provider =
+      std::make_shared<JsonDeserializerServiceProvider>(serializer);
+  std::shared_ptr<RecordingContext> context = std::make_shared<RecordingContext>();
+};
+
+TEST_F(JsonDeserializerServiceProviderStandInTest,
+       InvalidDeserializationFutureThrowsBeforeSending) {
+  serializer->deserializeWith([](BytePublisher) { return Future<std::unique_ptr<Message>>(); });
+  auto message = request();
+  EXPECT_THROW_TEXT(provider->handle(std::move(message), Address("a"), context), std::runtime_error,
+                    "Future state isn't valid!");
+  EXPECT_EQ(context->calls(), 0u);
+  EXPECT_EQ(message->payload.size, 0u);
+}
+
+TEST_F(JsonDeserializerServiceProviderStandInTest,
+       CancelledDeserializationFutureThrowsBeforeSending) {
+  serializer->deserializeWith([](BytePublisher) {
+    Promise<std::unique_ptr<Message>> promise;
+    Future<std::unique_ptr<Message>> future = promise.getFuture();
+    future.cancel();
+    return future;
+  });
+  EXPECT_THROW_TEXT(provider->handle(request(), Address("a"), context), std::runtime_error,
+                    "Future has been cancelled.");
+  EXPECT_EQ(context->calls(), 0u);
+}
+
+TEST_F(JsonDeserializerServiceProviderStandInTest,
+       AnswerSerializationStreamThatFailsLetsItsErrorOut) {
+  serializer->serializeWith([](const std::unique_ptr<Message>&) -> BytePublisher {
+    return std::make_shared<testing::ScriptedPublisher>(
+        std::vector<std::string>{"{"}, std::make_exception_ptr(std::length_error("writer failed")));
+  });
+  EXPECT_THROW_TEXT(provider->handle(request(), Address("a"), context), std::length_error,
+                    "writer failed");
+  EXPECT_EQ(context->calls(), 1u);
+}
+
+// What handle holds is released in this order when it returns: the byte buffer, the
+// answer's serialization publisher, the typed answer, the typed request (when the
+// context left it), the request's one-shot publisher, the content-type copy.
+TEST_F(JsonDeserializerServiceProviderStandInTest, ReleasesItsLocalsInOrderOnReturn) {
+  std::vector<std::string> released;
+  std::weak_ptr<reactive_streams::PublisherAPI<common::DataBuffer>> requestBytes;
+  auto note = [&released](const char* what) {
+    return [&released, what] { released.emplace_back(what); };
+  };
+  serializer->deserializeWith([&](BytePublisher bytes) {
+    requestBytes = bytes;
+    return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<testing::ProbedMessage>([&] {
+      released.push_back(requestBytes.expired() ? "typed request, after the one-shot publisher"
+                                                : "typed request, before the one-shot publisher");
+    }));
+  });
+  serializer->serializeWith([&](const std::unique_ptr<Message>& message) -> BytePublisher {
+    return std::make_shared<testing::ProbedPublisher>(serializer->real->serialize(message),
+                                                      note("serialization publisher"));
+  });
+  context->leaveMessagesWithTheCaller();
+  context->answerWith([&](std::unique_ptr<Message>&) {
+    return makeReadyFuture<std::unique_ptr<Message>>(
+        std::make_unique<testing::ProbedMessage>(note("typed answer")));
+  });
+  auto reply = provider->handle(request(), Address("a"), context);
+  EXPECT_TRUE(requestBytes.expired());
+  EXPECT_EQ(released, (std::vector<std::string>{"serialization publisher", "typed answer",
+                                                "typed request, before the one-shot publisher"}));
+  EXPECT_EQ(dynamic_cast<OpaqueMessage&>(*reply.get()).payload.view(), R"({"type":"test/Probed"})");
 }
 
 }  // namespace

@@ -3,11 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
 #include <connector/json.hpp>
 
+#include "serializer/ChunkPublisher.hpp"
+#include "support/DestructionProbes.hpp"
 #include "support/ExpectThrow.hpp"
 #include "support/RecordingContext.hpp"
+#include "support/StandInSerializer.hpp"
 #include "support/TestMessages.hpp"
 
 namespace connector::json {
@@ -169,6 +175,119 @@ TEST_F(JsonSerializerServiceProviderTest, CallerStillOwnsTheRequestAfterDeliver)
   provider->deliver(std::move(request), Address("a"), context).get();
   ASSERT_EQ(request.get(), raw);
   EXPECT_EQ(static_cast<Greeting&>(*request).text, "mine");
+}
+
+TEST_F(JsonSerializerServiceProviderTest, ContextThatKeepsTheOutgoingMessageOwnsItIntact) {
+  answerWithJsonOf(std::make_unique<GreetingReply>("kept", 1, true));
+  provider->deliver(std::make_unique<Greeting>("keep me", 1), Address("a"), context).get();
+  provider.reset();  // nothing of the delivery depends on the provider any more
+  ASSERT_EQ(context->messages.size(), 1u);
+  auto& kept = dynamic_cast<OpaqueMessage&>(*context->messages[0]);
+  EXPECT_EQ(kept.contentType, "application/json");
+  EXPECT_EQ(kept.payload.view(), R"({"number":1,"text":"keep me","type":"test/Greeting"})");
+}
+
+TEST_F(JsonSerializerServiceProviderTest,
+       ContextThatLeavesTheOutgoingMessageStillGetsItsAnswerBack) {
+  answerWithJsonOf(std::make_unique<GreetingReply>("left", 2, false));
+  context->leaveMessagesWithTheCaller();
+  std::unique_ptr<Message> answer =
+      provider->deliver(std::make_unique<Greeting>("x", 2), Address("a"), context).get();
+  EXPECT_EQ(context->calls(), 1u);
+  EXPECT_TRUE(context->messages.empty());
+  EXPECT_EQ(dynamic_cast<GreetingReply&>(*answer).text, "left");
+}
+
+// The provider with a stand-in serializer, to reach what a real one never produces.
+class JsonSerializerServiceProviderStandInTest : public ::testing::Test {
+ protected:
+  JsonSerializerServiceProviderStandInTest() {
+    testing::registerTestMessages(*serializer);
+    context->answerWith([](std::unique_ptr<Message>&) {
+      return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<OpaqueMessage>(
+          "application/json", common::DataBuffer(R"({"type":"connector/Message"})")));
+    });
+  }
+
+  Future<std::unique_ptr<Message>> deliverGreeting() {
+    return provider->deliver(std::make_unique<Greeting>("x", 1), Address("a"), context);
+  }
+
+  std::shared_ptr<testing::StandInSerializer> serializer =
+      std::make_shared<testing::StandInSerializer>();
+  std::shared_ptr<JsonSerializerServiceProvider> provider =
+      std::make_shared<JsonSerializerServiceProvider>(serializer);
+  std::shared_ptr<RecordingContext> context = std::make_shared<RecordingContext>();
+};
+
+TEST_F(JsonSerializerServiceProviderStandInTest, SerializationStreamThatFailsLetsItsErrorOut) {
+  serializer->serializeWith([](const std::unique_ptr<Message>&) -> BytePublisher {
+    return std::make_shared<testing::ScriptedPublisher>(
+        std::vector<std::string>{R"({"te)"},
+        std::make_exception_ptr(std::length_error("writer failed")));
+  });
+  EXPECT_THROW_TEXT(deliverGreeting(), std::length_error, "writer failed");
+  EXPECT_EQ(context->calls(), 0u);
+}
+
+TEST_F(JsonSerializerServiceProviderStandInTest,
+       SerializationStreamFailingOnAnotherThreadWakesTheWaitingDelivery) {
+  serializer->serializeWith([](const std::unique_ptr<Message>&) -> BytePublisher {
+    return std::make_shared<testing::ChunkPublisher>(
+        std::vector<std::string>{R"({"te)", R"(xt")"},
+        std::make_exception_ptr(std::length_error("writer failed")));
+  });
+  EXPECT_THROW_TEXT(deliverGreeting(), std::length_error, "writer failed");
+  EXPECT_EQ(context->calls(), 0u);
+}
+
+// A stream whose publisher lets its subscriber go before the end is cancelled by that
+// subscriber; a cancelled fold still yields what it gathered, and that is what is sent.
+TEST_F(JsonSerializerServiceProviderStandInTest,
+       SerializationStreamAbandonedMidwayIsCancelledAndWhatItGatheredIsSent) {
+  auto abandoning = testing::ScriptedPublisher::abandoning({R"({"te)", R"(xt")"});
+  serializer->serializeWith(
+      [abandoning](const std::unique_ptr<Message>&) -> BytePublisher { return abandoning; });
+  deliverGreeting().get();
+  EXPECT_EQ(abandoning->cancels(), 1);
+  ASSERT_EQ(context->calls(), 1u);
+  EXPECT_EQ(dynamic_cast<OpaqueMessage&>(*context->messages[0]).payload.view(), R"({"text")");
+}
+
+TEST_F(JsonSerializerServiceProviderStandInTest,
+       InvalidFutureOfTheAnswersDeserializationIsReturned) {
+  serializer->deserializeWith([](BytePublisher) { return Future<std::unique_ptr<Message>>(); });
+  Future<std::unique_ptr<Message>> answer;
+  ASSERT_NO_THROW(answer = deliverGreeting());
+  EXPECT_FALSE(answer.valid());
+  EXPECT_THROW_TEXT(answer.get(), std::runtime_error, "Future state isn't valid!");
+}
+
+// What deliver holds is released in this order when it returns: the answer's one-shot
+// publisher, the answer, the outgoing message (when the context left it), the byte
+// buffer, the request's serialization publisher.
+TEST_F(JsonSerializerServiceProviderStandInTest, ReleasesItsLocalsInOrderOnReturn) {
+  std::vector<std::string> released;
+  std::weak_ptr<reactive_streams::PublisherAPI<common::DataBuffer>> answerBytes;
+  serializer->serializeWith([&](const std::unique_ptr<Message>& message) -> BytePublisher {
+    return std::make_shared<testing::ProbedPublisher>(
+        serializer->real->serialize(message),
+        [&released] { released.emplace_back("serialization publisher"); });
+  });
+  serializer->deserializeWith([&](BytePublisher bytes) {
+    answerBytes = bytes;
+    return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<Message>());
+  });
+  context->answerWith([&](std::unique_ptr<Message>&) {
+    return makeReadyFuture<std::unique_ptr<Message>>(std::make_unique<testing::ProbedOpaqueMessage>(
+        "application/json", common::DataBuffer("{}"), [&] {
+          released.push_back(answerBytes.expired() ? "answer, after its publisher"
+                                                   : "answer, before its publisher");
+        }));
+  });
+  deliverGreeting().get();
+  EXPECT_EQ(released,
+            (std::vector<std::string>{"answer, after its publisher", "serialization publisher"}));
 }
 
 }  // namespace

@@ -32,6 +32,10 @@ class RecordingContext : public Context {
   // How to answer; by default an invalid future.
   void answerWith(Answer answer) { reply = std::move(answer); }
 
+  // From now on the context does not take the messages it is given: they stay with the
+  // caller (`messages` then records nothing).
+  void leaveMessagesWithTheCaller() { takesMessages = false; }
+
   // Answers with the given message, resolved from another thread after a short pause.
   void answerLaterWith(std::function<std::unique_ptr<Message>()> make) {
     reply = [this, make](std::unique_ptr<Message>&) {
@@ -51,14 +55,17 @@ class RecordingContext : public Context {
     addresses.push_back(address);
     Future<std::unique_ptr<Message>> answer =
         reply ? reply(message) : Future<std::unique_ptr<Message>>();
-    // The context takes what it was given, as a host would.
-    messages.push_back(std::move(message));
+    ++callCount;
+    // The context takes what it was given, as a host would, unless told otherwise.
+    if (takesMessages) {
+      messages.push_back(std::move(message));
+    }
     return answer;
   }
 
   std::size_t calls() {
     std::lock_guard<std::mutex> guard(mutex);
-    return messages.size();
+    return callCount;
   }
 
   std::vector<std::unique_ptr<Message>> messages;
@@ -67,6 +74,8 @@ class RecordingContext : public Context {
  private:
   std::mutex mutex;
   Answer reply;
+  bool takesMessages = true;
+  std::size_t callCount = 0;
   std::vector<std::thread> lateThreads;
 };
 
