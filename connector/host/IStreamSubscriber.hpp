@@ -36,11 +36,17 @@ class CONNECTOR_API IStreamSubscriber : public SubscriberAPI<common::DataBuffer>
   IStreamSubscriber();
   ~IStreamSubscriber() override;
 
+  // Requests unbounded demand (-1). An empty or expired subscription can never deliver:
+  // the stream then ends at once as after onError with std::runtime_error
+  // "Subscription went away!".
   void onSubscribe(std::weak_ptr<Subscription> subscription) override;
   void onComplete() override;
   // Resolves true after onComplete; fails with the received error after onError.
   Future<bool> completion() override;
   void onNext(common::DataBuffer&& item) override;
+  // Fails the stream (badbit once the bytes before it are read) and completion() with
+  // `error`; a null `error` is replaced by std::runtime_error "Stream failed without an
+  // error.".
   void onError(std::exception_ptr error) override;
 
   // The stream over the received bytes; reads block until bytes arrive or the end.

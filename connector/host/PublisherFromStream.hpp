@@ -34,6 +34,9 @@ namespace connector::reactive_streams {
 // Largest item the publisher emits.
 inline constexpr std::size_t kStreamChunkSize = std::size_t{64} * 1024;
 
+// The publisher of what `writer` writes. Its subscribe throws std::invalid_argument
+// "Subscriber must not be null." for an empty subscriber and "Only one subscription
+// allowed." once it has one.
 CONNECTOR_API std::shared_ptr<PublisherAPI<common::DataBuffer>> makePublisherFromStream(
     std::function<void(std::ostream&)>&& writer);
 

@@ -80,11 +80,14 @@ class CONNECTOR_API JsonSerializer {
   // member. Never throws: blocks until the stream completes, then returns a ready
   // future with the message or a failed one (std::invalid_argument "Parsing error: ...",
   // "Error while parsing: ...", "Unknown error while parsing"; std::bad_weak_ptr when
-  // the serializer is not owned by a std::shared_ptr).
+  // the serializer is not owned by a std::shared_ptr; std::invalid_argument "Publisher
+  // must not be null." for a null publisher; what the publisher's subscribe throws, e.g.
+  // std::invalid_argument "Only one subscription allowed.", unchanged).
   virtual Future<std::unique_ptr<connector::Message>> deserialize(BytePublisher publisher) = 0;
 
   // As above with the converter chosen by name. Failures: std::invalid_argument
-  // "Parsing error for type '<name>': ..." or "Unknown error while parsing '<name>'".
+  // "Parsing error for type '<name>': ..." or "Unknown error while parsing '<name>'";
+  // std::bad_weak_ptr, "Publisher must not be null." and subscribe's errors as above.
   virtual Future<std::unique_ptr<connector::Message>> deserialize(const std::string& name,
                                                                   BytePublisher publisher) = 0;
 
