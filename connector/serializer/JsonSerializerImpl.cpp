@@ -17,6 +17,7 @@
 #include "connector/host/IStreamSubscriber.hpp"
 #include "connector/host/ModuleLogger.hpp"
 #include "connector/host/PublisherFromStream.hpp"
+#include "connector/serializer/detail/IntegerLiterals.hpp"
 
 namespace connector::json {
 namespace {
@@ -332,7 +333,9 @@ ObjectPtr parseObject(
     const std::shared_ptr<connector::reactive_streams::IStreamSubscriber>& reader) {
   Poco::SharedPtr<Poco::JSON::ParseHandler> handler(new Poco::JSON::ParseHandler(false));
   Poco::JSON::Parser parser(handler);
-  Poco::Dynamic::Var root = parser.parse(reader->stream());
+  detail::RecordingStream recorded(reader->stream());
+  Poco::Dynamic::Var root = parser.parse(recorded.stream());
+  detail::refuseMisreadIntegers(recorded.text());
   return root.extract<ObjectPtr>();  // Poco::BadCastException when the root is no object
 }
 

@@ -31,6 +31,7 @@
 #include <Poco/JSON/Parser.h>
 
 #include <connector/json.hpp>
+#include <connector/serializer/detail/IntegerLiterals.hpp>
 
 namespace connector::fuzzing {
 
@@ -112,6 +113,7 @@ class Harness {
     Poco::JSON::Parser parser(handler);
     std::istringstream in(document);
     Poco::Dynamic::Var root = parser.parse(in);
+    json::detail::refuseMisreadIntegers(document);
     return root.extract<Poco::JSON::Object::Ptr>();
   }
 
