@@ -250,12 +250,12 @@ struct MapCodec {
     if (object == nullptr) throwKindMismatch(Kind::Object, json);
     out.clear();
     // Both maps are ordered by the same comparison, so every insertion goes at the end.
-    for (auto member = object->begin(); member != object->end(); ++member) {
+    for (const auto& [key, value] : *object) {
       try {
-        auto entry = out.emplace_hint(out.end(), member->first, typename Inner::Value{});
-        inner.read(member->second, entry->second);
+        auto entry = out.emplace_hint(out.end(), key, typename Inner::Value{});
+        inner.read(value, entry->second);
       } catch (MemberError& e) {
-        e.within(member->first);
+        e.within(key);
         throw;
       }
     }

@@ -21,14 +21,14 @@ const std::string* MemberIndex::locate(const Poco::JSON::Object& object,
   const std::string* unknown = nullptr;
   auto declared = sorted.begin();
   // Poco keeps an object's members in a std::map, so both sides are in the same order.
-  for (auto member = object.begin(); member != object.end(); ++member) {
-    const std::string& key = member->first;
+  for (const auto& member : object) {
+    const std::string& key = member.first;
     int order = 1;
     while (declared != sorted.end() && (order = declared->first.compare(key)) < 0) {
       ++declared;
     }
     if (declared != sorted.end() && order == 0) {
-      slots[declared->second] = &member->second;
+      slots[declared->second] = &member.second;
       ++declared;
     } else if (unknown == nullptr && !(skipType && key == "type")) {
       unknown = &key;
