@@ -17,7 +17,7 @@
 #include "connector/host/IStreamSubscriber.hpp"
 #include "connector/host/ModuleLogger.hpp"
 #include "connector/host/PublisherFromStream.hpp"
-#include "connector/serializer/detail/IntegerLiterals.hpp"
+#include "connector/serializer/detail/CheckedParseHandler.hpp"
 
 namespace connector::json {
 namespace {
@@ -331,11 +331,10 @@ namespace {
 // into one JSON object. Blocks until the publisher completes or the stream fails.
 ObjectPtr parseObject(
     const std::shared_ptr<connector::reactive_streams::IStreamSubscriber>& reader) {
-  Poco::SharedPtr<Poco::JSON::ParseHandler> handler(new Poco::JSON::ParseHandler(false));
+  // Poco's handler (object-order flag false) that also refuses wrapped-around integers.
+  Poco::SharedPtr<Poco::JSON::ParseHandler> handler(new detail::CheckedParseHandler);
   Poco::JSON::Parser parser(handler);
-  detail::RecordingStream recorded(reader->stream());
-  Poco::Dynamic::Var root = parser.parse(recorded.stream());
-  detail::refuseMisreadIntegers(recorded.text());
+  Poco::Dynamic::Var root = parser.parse(reader->stream());
   return root.extract<ObjectPtr>();  // Poco::BadCastException when the root is no object
 }
 

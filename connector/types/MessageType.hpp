@@ -23,10 +23,11 @@
 // integer members carry "minimum" and "maximum" of their type, enums "enum" with their
 // names, optionals allow absence and null, and "additionalProperties": false comes exactly
 // when rejectUnknownMembers() was called. A document validates against it exactly when
-// the reader accepts it, with two exceptions: an integer written with a fraction or an
-// exponent (1.0, 1e2) is an integer to JSON Schema but refused by the reader ("expected an
-// integer, got a number"); and the JSON parser refuses integer literals outside
-// [-2^63, 2^64-1] wherever they stand, even where a schema allows any number.
+// the reader accepts it, except that: an integer written with a fraction or an exponent
+// (1.0, 1e2) is an integer to JSON Schema but refused by the reader ("expected an integer,
+// got a number"); the JSON parser refuses integer literals outside [-2^63, 2^64-1]
+// wherever they stand, even where a schema allows any number; and it reads
+// -9223372036854775809 as -9223372036854775808 (so an int64_t member takes it).
 //
 // Thread-safety: declare on one thread; afterwards the const operations, and the
 // converters they hand out, may run on any number of threads at once. The converters
