@@ -53,3 +53,8 @@
 #include "connector/providers/OpaqueServiceProvider.hpp"
 #include "connector/providers/ServiceMessage.hpp"
 #include "connector/providers/ServiceProviderAPI.hpp"
+
+// Message types declared once: converters and JSON Schema from one declaration.
+#include "connector/types/Enum.hpp"
+#include "connector/types/MessageType.hpp"
+#include "connector/types/Struct.hpp"

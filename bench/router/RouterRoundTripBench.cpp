@@ -15,8 +15,8 @@
 
 #include <connector/json.hpp>
 
-#include "shop/ShopConverters.hpp"
 #include "shop/ShopMessages.hpp"
+#include "shop/ShopTypes.hpp"
 
 namespace {
 

@@ -17,6 +17,7 @@
 #include "connector/host/IStreamSubscriber.hpp"
 #include "connector/host/ModuleLogger.hpp"
 #include "connector/host/PublisherFromStream.hpp"
+#include "connector/serializer/detail/CheckedParseHandler.hpp"
 
 namespace connector::json {
 namespace {
@@ -339,7 +340,8 @@ namespace {
 // into one JSON object. Blocks until the publisher completes or the stream fails.
 ObjectPtr parseObject(
     const std::shared_ptr<connector::reactive_streams::IStreamSubscriber>& reader) {
-  Poco::SharedPtr<Poco::JSON::ParseHandler> handler(new Poco::JSON::ParseHandler(false));
+  // Poco's handler (object-order flag false) that also refuses wrapped-around integers.
+  Poco::SharedPtr<Poco::JSON::ParseHandler> handler(new detail::CheckedParseHandler);
   Poco::JSON::Parser parser(handler);
   Poco::Dynamic::Var root = parser.parse(reader->stream());
   return root.extract<ObjectPtr>();  // Poco::BadCastException when the root is no object

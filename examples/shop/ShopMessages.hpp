@@ -1,5 +1,5 @@
 // The typed messages of the shop example: an inventory that reserves items and cancels
-// orders. They are plain C++ classes; ShopConverters.hpp makes them travel as JSON.
+// orders. They are plain C++ classes; ShopTypes.hpp declares them for JSON.
 //
 //   std::unique_ptr<connector::Message> request = std::make_unique<shop::ReserveItem>("LAMP-01",
 //   2); auto answer = clientNode->deliver(std::move(request),

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "shop/InventoryServices.hpp"
-#include "shop/ShopConverters.hpp"
 #include "shop/ShopMessages.hpp"
+#include "shop/ShopTypes.hpp"
 
 namespace shop {
 

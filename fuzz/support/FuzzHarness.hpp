@@ -31,6 +31,7 @@
 #include <Poco/JSON/Parser.h>
 
 #include <connector/json.hpp>
+#include <connector/serializer/detail/CheckedParseHandler.hpp>
 
 namespace connector::fuzzing {
 
@@ -108,7 +109,7 @@ class Harness {
   // The document parsed from one std::istream, as the streamed operations parse it,
   // but without a publisher. Throws what the parser and the extraction throw.
   static Poco::JSON::Object::Ptr parseWhole(const std::string& document) {
-    Poco::SharedPtr<Poco::JSON::ParseHandler> handler(new Poco::JSON::ParseHandler(false));
+    Poco::SharedPtr<Poco::JSON::ParseHandler> handler(new json::detail::CheckedParseHandler);
     Poco::JSON::Parser parser(handler);
     std::istringstream in(document);
     Poco::Dynamic::Var root = parser.parse(in);

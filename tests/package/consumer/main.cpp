@@ -1,5 +1,5 @@
 // A program outside the repository: it sees only the installed package. It is also the
-// README's example of registering a message type and sending it through the bridge.
+// README's example of declaring a message type and sending it through the bridge.
 #include <connector/json.hpp>
 
 #include <iostream>
@@ -24,18 +24,9 @@ struct Greeter : ServiceProvider {
 
 int main() {
   auto serializer = std::make_shared<json::JsonSerializerImpl>();
-  serializer->registerType(
-      "demo/Greeting", typeid(Greeting),
-      [](const std::unique_ptr<Message>& m) {
-        Poco::JSON::Object::Ptr json = new Poco::JSON::Object;
-        json->set("text", static_cast<const Greeting&>(*m).text);
-        return json;
-      },
-      [](Poco::JSON::Object::Ptr json) -> std::unique_ptr<Message> {
-        auto g = std::make_unique<Greeting>();
-        g->text = json->getValue<std::string>("text");
-        return g;
-      });
+  json::MessageType<Greeting> greeting("demo/Greeting");  // {"text":"...","type":"demo/Greeting"}
+  greeting.field("text", &Greeting::text);
+  greeting.registerWith(*serializer);  // both converters, from the one declaration
 
   const Address greet("demo/greet");
   auto services = std::make_shared<Router>();  // far node: the typed service

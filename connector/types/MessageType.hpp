@@ -1,0 +1,156 @@
+// connector::json::MessageType<T>: a message type declared once, from which come both
+// converters of the serializer's registry and a JSON Schema of its wire form.
+//
+//   json::MessageType<Order> order("shop/Order");
+//   order.field("id", &Order::id)
+//       .field("items", &Order::items, item)        // item: a json::Struct<Item>
+//       .field("note", &Order::note)                // std::optional<std::string>
+//       .field("priority", &Order::priority, priority)   // a json::Enum<Priority>
+//       .field("weights", &Order::weights);         // std::map<std::string, double>
+//   order.rejectUnknownMembers();                   // optional
+//   order.registerWith(*serializer);                // registerType("shop/Order", typeid(Order),
+//   ...) Poco::JSON::Object::Ptr schema = order.schema();
+//
+// Members, writing and reading follow json::Struct (Struct.hpp), with two additions: the
+// serializer adds the member "type" when writing, and "type" is never an unknown member
+// when reading. A reading error reaches the serializer as a Poco::DataFormatException
+// whose message() is one of the texts listed in Struct.hpp, so deserialize(object) throws
+// std::invalid_argument "Parsing error for type 'shop/Order': member \"/items/0/quantity\":
+// 3000000000 is out of range", for instance. The streamed deserialize by "type" adds its
+// own "Error while parsing: " in front (the HTTP gateway's 400 body carries that text).
+//
+// Schema: the whole wire object, "type" included (required, "const" the type's name);
+// integer members carry "minimum" and "maximum" of their type, enums "enum" with their
+// names, optionals allow absence and null, and "additionalProperties": false comes exactly
+// when rejectUnknownMembers() was called. A document validates against it exactly when
+// the reader accepts it, except that: an integer written with a fraction or an exponent
+// (1.0, 1e2) is an integer to JSON Schema but refused by the reader ("expected an integer,
+// got a number"); the JSON parser refuses integer literals outside [-2^63, 2^64-1]
+// wherever they stand, even where a schema allows any number; and it reads
+// -9223372036854775809 as -9223372036854775808 (so an int64_t member takes it).
+//
+// Thread-safety: declare on one thread; afterwards the const operations, and the
+// converters they hand out, may run on any number of threads at once. The converters
+// keep the members declared when serializer(), deserializer() or registerWith() was
+// called.
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+
+#include <Poco/Exception.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/SharedPtr.h>
+
+#include "connector/host/Message.hpp"
+#include "connector/serializer/JsonSerializer.hpp"
+#include "connector/types/Enum.hpp"
+#include "connector/types/Struct.hpp"
+#include "connector/types/detail/Codecs.hpp"
+#include "connector/types/detail/DescribedCodecs.hpp"
+#include "connector/types/detail/MemberError.hpp"
+#include "connector/types/detail/ObjectDescription.hpp"
+
+namespace connector::json {
+
+template <typename T>
+class MessageType {
+  static_assert(std::is_base_of_v<connector::Message, T>,
+                "json::MessageType describes a class derived from connector::Message");
+  static_assert(std::is_default_constructible_v<T>, "a message type is default-constructible");
+
+ public:
+  // A message type registered under typeName (e.g. "shop/Order").
+  explicit MessageType(std::string typeName) : typeName(std::move(typeName)) {}
+
+  // Declares a member, as json::Struct::field. Throws std::invalid_argument
+  // "member \"<name>\" is declared twice", and "member \"type\" is reserved for the type
+  // name" (the serializer writes the type's name there).
+  template <typename M, typename C>
+  MessageType& field(std::string name, M C::*member) {
+    static_assert(std::is_base_of_v<C, T>, "the member belongs to another class");
+    refuseTypeMember(name);
+    members.template add<C>(std::move(name), member, detail::PlainCodec<M>{});
+    return *this;
+  }
+
+  // The same for a member whose innermost type is described by `described`.
+  template <typename M, typename C, typename D>
+  MessageType& field(std::string name, M C::*member, const D& described) {
+    static_assert(std::is_base_of_v<C, T>, "the member belongs to another class");
+    refuseTypeMember(name);
+    members.template add<C>(std::move(name), member,
+                            detail::DescribedCodecOf<M, D>::make(described));
+    return *this;
+  }
+
+  // Makes a member that is not declared (other than "type") a reading error; puts
+  // "additionalProperties": false in the schema.
+  MessageType& rejectUnknownMembers() noexcept {
+    members.rejectUnknownMembers();
+    return *this;
+  }
+
+  const std::string& name() const noexcept { return typeName; }
+
+  // The converter from a T to its JSON object (without "type"). It throws
+  // std::invalid_argument `member "<path>": ...` for a value JSON cannot hold (an enum
+  // value without a name, an infinity or NaN), Poco::NullPointerException for a null
+  // message and std::bad_cast for a message that is not a T.
+  SerializerFn serializer() const {
+    auto declared = std::make_shared<const detail::ObjectDescription<T>>(members);
+    return [declared](const std::unique_ptr<connector::Message>& message) {
+      if (!message) throw Poco::NullPointerException();
+      const connector::Message& held = *message;
+      const T& value =
+          typeid(held) == typeid(T) ? static_cast<const T&>(held) : dynamic_cast<const T&>(held);
+      try {
+        return declared->write(value);
+      } catch (const detail::MemberError& e) {
+        throw std::invalid_argument(e.message());
+      }
+    };
+  }
+
+  // The converter from a JSON object to a new T. It throws Poco::DataFormatException
+  // with one of the reading texts, Poco::NullPointerException for a null object.
+  DeserializerFn deserializer() const {
+    auto declared = std::make_shared<const detail::ObjectDescription<T>>(members);
+    return [declared](
+               Poco::SharedPtr<Poco::JSON::Object> object) -> std::unique_ptr<connector::Message> {
+      if (object.isNull()) throw Poco::NullPointerException();
+      auto message = std::make_unique<T>();
+      try {
+        declared->read(*object, *message, true);
+      } catch (const detail::MemberError& e) {
+        throw Poco::DataFormatException(e.message());
+      }
+      return message;
+    };
+  }
+
+  // serializer.registerType(name(), typeid(T), this->serializer(), this->deserializer()):
+  // replaces whatever converters name() had. Locks the serializer's registry briefly.
+  void registerWith(JsonSerializer& serializer) const {
+    serializer.registerType(typeName, typeid(T), this->serializer(), deserializer());
+  }
+
+  // JSON Schema (draft 2020-12) of the serialized form, "type" included.
+  Poco::JSON::Object::Ptr schema() const { return members.schema(&typeName, true); }
+
+ private:
+  static void refuseTypeMember(const std::string& name) {
+    if (name == "type") {
+      throw std::invalid_argument("member \"type\" is reserved for the type name");
+    }
+  }
+
+  std::string typeName;
+  detail::ObjectDescription<T> members;
+};
+
+}  // namespace connector::json

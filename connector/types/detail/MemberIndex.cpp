@@ -1,0 +1,40 @@
+#include "connector/types/detail/MemberIndex.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace connector::json::detail {
+
+void MemberIndex::add(const std::string& name) {
+  const auto at = std::lower_bound(sorted.begin(), sorted.end(), name,
+                                   [](const std::pair<std::string, std::size_t>& entry,
+                                      const std::string& key) { return entry.first < key; });
+  if (at != sorted.end() && at->first == name) {
+    throw std::invalid_argument("member \"" + name + "\" is declared twice");
+  }
+  sorted.emplace(at, name, sorted.size());
+}
+
+const std::string* MemberIndex::locate(const Poco::JSON::Object& object,
+                                       const Poco::Dynamic::Var** slots, bool skipType) const {
+  std::fill(slots, slots + sorted.size(), nullptr);
+  const std::string* unknown = nullptr;
+  auto declared = sorted.begin();
+  // Poco keeps an object's members in a std::map, so both sides are in the same order.
+  for (const auto& member : object) {
+    const std::string& key = member.first;
+    int order = 1;
+    while (declared != sorted.end() && (order = declared->first.compare(key)) < 0) {
+      ++declared;
+    }
+    if (declared != sorted.end() && order == 0) {
+      slots[declared->second] = &member.second;
+      ++declared;
+    } else if (unknown == nullptr && !(skipType && key == "type")) {
+      unknown = &key;
+    }
+  }
+  return unknown;
+}
+
+}  // namespace connector::json::detail

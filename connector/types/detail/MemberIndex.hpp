@@ -1,0 +1,48 @@
+// connector::json::detail::MemberIndex: the declared member names of one object type,
+// and the single pass that finds each of them in a JSON object.
+//
+//   MemberIndex index;
+//   index.add("sku");        // member 0
+//   index.add("quantity");   // member 1
+//   const Poco::Dynamic::Var* slots[2];
+//   const std::string* unknown = index.locate(object, slots, false);
+//   // slots[1] == nullptr when "quantity" is absent; *unknown names a member not declared
+//
+// locate walks the object's members once, in their (sorted) order, beside the declared
+// names kept in the same order: no look-up per member and no copy of any value.
+//
+// Thread-safety: add() while declaring, on one thread; locate() from any number of
+// threads afterwards.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <Poco/Dynamic/Var.h>
+#include <Poco/JSON/Object.h>
+
+#include "connector/Export.hpp"
+
+namespace connector::json::detail {
+
+class CONNECTOR_API MemberIndex {
+ public:
+  // Declares the next member. Throws std::invalid_argument
+  // "member \"<name>\" is declared twice" when name is already declared.
+  void add(const std::string& name);
+
+  std::size_t size() const noexcept { return sorted.size(); }
+
+  // Sets slots[i] (size() of them) to the value of the i-th declared member, nullptr when
+  // the object lacks it. Returns the first member of the object that is not declared
+  // (skipping "type" when skipType), or nullptr when there is none.
+  const std::string* locate(const Poco::JSON::Object& object, const Poco::Dynamic::Var** slots,
+                            bool skipType) const;
+
+ private:
+  std::vector<std::pair<std::string, std::size_t>> sorted;  // name, declaration index
+};
+
+}  // namespace connector::json::detail

@@ -1,0 +1,58 @@
+// One declaration used by several threads at once: the converters it hands out share
+// the declared members and nothing else, so concurrent reads and writes of messages give
+// the same texts as one thread alone.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <connector/json.hpp>
+
+#include "types/DeclaredOrder.hpp"
+
+namespace connector::typestest {
+namespace {
+
+TEST(DeclaredTypesConcurrency, ThreadsWritingAndReadingTheSameTypeGetTheSameTexts) {
+  const OrderTypes types;
+  auto serializer = std::make_shared<json::JsonSerializerImpl>();
+  types.order.registerWith(*serializer);
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 200;
+  std::atomic<int> mismatches{0};
+
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int round = 0; round < kRounds; ++round) {
+        auto order = std::make_unique<Order>();
+        order->id = std::to_string(t) + "-" + std::to_string(round);
+        order->items = {{"s", round}};
+        order->weights = {{"w", t}};
+        std::ostringstream out;
+        serializer->serialize(std::unique_ptr<Message>(std::move(order)), out);
+        std::unique_ptr<Message> back =
+            serializer
+                ->deserialize(
+                    std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(
+                        common::DataBuffer(out.str())))
+                .get();
+        const auto& read = dynamic_cast<const Order&>(*back);
+        if (read.id != std::to_string(t) + "-" + std::to_string(round) ||
+            read.items.at(0).quantity != round) {
+          ++mismatches;
+        }
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+
+  EXPECT_EQ(mismatches.load(), 0);
+}
+
+}  // namespace
+}  // namespace connector::typestest
