@@ -128,7 +128,7 @@ TEST(ReduceToDataBufferAllocation, OneShotPublisherReducedAllocatesSubscriberSta
   ASSERT_EQ(seen.size(), 4u);
   EXPECT_EQ(seen[0], sizeof(DataBuffer));
   EXPECT_EQ(seen[1], payload.size());
-  const std::size_t stateSize = sizeof(detail::SharedFutureState<DataBuffer>);
+  const std::size_t stateSize = sizeof(connector::detail::SharedFutureState<DataBuffer>);
   const std::size_t subscriberSize = sizeof(ReducingSubscriber<DataBuffer, DataBuffer>);
   EXPECT_GE(seen[2], std::min(stateSize, subscriberSize));
   EXPECT_GE(seen[3], std::max(stateSize, subscriberSize));
