@@ -1,4 +1,4 @@
-#include "connector/net/detail/ErrorBody.hpp"
+#include "connector/transport/ErrorBody.hpp"
 
 #include <sstream>
 
@@ -6,7 +6,7 @@
 #include <Poco/JSON/Object.h>
 #include <Poco/JSON/Parser.h>
 
-namespace connector::net::detail {
+namespace connector::transport {
 
 std::string errorBody(const std::string& text) {
   Poco::JSON::Object body;
@@ -16,7 +16,7 @@ std::string errorBody(const std::string& text) {
   return out.str();
 }
 
-std::string errorText(std::string_view body) {
+std::string errorText(std::string_view body) noexcept {
   try {
     Poco::JSON::Parser parser;
     Poco::Dynamic::Var parsed = parser.parse(std::string(body));
@@ -29,4 +29,4 @@ std::string errorText(std::string_view body) {
   }
 }
 
-}  // namespace connector::net::detail
+}  // namespace connector::transport
