@@ -58,10 +58,6 @@
 #include "connector/host/Router.hpp"
 #include "connector/net/HttpGatewayOptions.hpp"
 
-namespace connector::transport {
-class MetricsRegistry;
-}
-
 namespace connector::net {
 
 namespace detail {

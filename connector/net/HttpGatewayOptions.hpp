@@ -21,9 +21,7 @@
 #include <memory>
 #include <string>
 
-namespace connector::transport {
-class MetricsRegistry;
-}
+#include "connector/transport/MetricsRegistry.hpp"
 
 namespace connector::net {
 

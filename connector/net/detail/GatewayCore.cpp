@@ -139,6 +139,10 @@ void GatewayCore::stop() noexcept {
   io.stop();
   for (std::thread& thread : ioThreads) thread.join();
   ioThreads.clear();
+  {
+    std::lock_guard<std::mutex> lock(postMutex);
+    ioStopped = true;
+  }
   // Completes what the closed sockets and timers left queued, so that no handler keeps
   // a session (and through it this core) alive.
   io.restart();

@@ -22,11 +22,13 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <unordered_map>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
 
 #include "connector/host/DataBuffer.hpp"
 #include "connector/host/Router.hpp"
@@ -132,6 +134,15 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
 
   WorkerPool& workers() { return *workerPool; }
 
+  // Posts a handler to a session's executor from another thread (a worker, a budget
+  // grant); dropped once stop() has stopped the I/O, so that nothing queued there
+  // keeps a session alive afterwards.
+  template <class Executor, class Handler>
+  void postBack(const Executor& executor, Handler&& handler) {
+    std::lock_guard<std::mutex> lock(postMutex);
+    if (!ioStopped) boost::asio::post(executor, std::forward<Handler>(handler));
+  }
+
  private:
   // Waits until no session is left or `deadline` passes; true when none is left.
   bool waitForSessions(std::chrono::steady_clock::time_point deadline);
@@ -143,6 +154,9 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   std::mutex sessionsMutex;
   std::condition_variable sessionsGone;
   std::unordered_map<SessionBase*, std::weak_ptr<SessionBase>> sessions;  // guarded
+
+  std::mutex postMutex;
+  bool ioStopped = false;  // guarded by postMutex
 
   std::unique_ptr<WorkerPool> workerPool;
   // Last but the threads: destroying it destroys the handlers still queued, and the

@@ -236,7 +236,7 @@ void GatewaySession<Stream>::waitForBudget(std::size_t bytes) {
     self->onBudgetTimeout(error);
   });
   core->budget.acquire(bytes, waitId, [self = this->shared_from_this()] {
-    asio::post(self->stream.get_executor(), [self] { self->onBudgetGranted(); });
+    self->core->postBack(self->stream.get_executor(), [self] { self->onBudgetGranted(); });
   });
 }
 
@@ -368,10 +368,10 @@ void GatewaySession<Stream>::dispatch() {
                         body = std::move(request.body())]() mutable {
     DeliveryAnswer delivered = self->core->deliver(contentType, std::move(body), address);
     if (held > 0) self->core->budget.release(held);
-    asio::post(self->stream.get_executor(),
-               [self, sequence, delivered = std::move(delivered)]() mutable {
-                 self->onDelivered(sequence, std::move(delivered));
-               });
+    self->core->postBack(self->stream.get_executor(),
+                         [self, sequence, delivered = std::move(delivered)]() mutable {
+                           self->onDelivered(sequence, std::move(delivered));
+                         });
   });
   maybeRead();
 }
