@@ -17,9 +17,9 @@
 #include "connector/futures/MakeFuture.hpp"
 #include "connector/host/DataBuffer.hpp"
 #include "connector/host/Demangle.hpp"
-#include "connector/transport/ErrorBody.hpp"
 #include "connector/net/detail/LinkSession.hpp"
 #include "connector/providers/OpaqueMessage.hpp"
+#include "connector/transport/ErrorBody.hpp"
 
 namespace connector::net {
 

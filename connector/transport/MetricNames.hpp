@@ -36,12 +36,12 @@ inline constexpr const char* kReasonLabel = "reason";
 
 // Values of the "reason" label.
 namespace reason {
-inline constexpr const char* kConnections = "connections";        // over maxConnections
-inline constexpr const char* kHeaderSize = "header_size";          // header over its limit
-inline constexpr const char* kBodySize = "body_size";              // body over maxBodyBytes
-inline constexpr const char* kBusy = "busy";                       // in-flight budget full
-inline constexpr const char* kHeaderTimeout = "header_timeout";    // header not in time
-inline constexpr const char* kBodyTimeout = "body_timeout";        // body stalled
+inline constexpr const char* kConnections = "connections";           // over maxConnections
+inline constexpr const char* kHeaderSize = "header_size";            // header over its limit
+inline constexpr const char* kBodySize = "body_size";                // body over maxBodyBytes
+inline constexpr const char* kBusy = "busy";                         // in-flight budget full
+inline constexpr const char* kHeaderTimeout = "header_timeout";      // header not in time
+inline constexpr const char* kBodyTimeout = "body_timeout";          // body stalled
 inline constexpr const char* kDeliveryTimeout = "delivery_timeout";  // answered 504
 }  // namespace reason
 

@@ -59,8 +59,8 @@ struct MetricsRegistry::Impl {
 MetricsRegistry::MetricsRegistry() : impl(std::make_unique<Impl>()) {}
 MetricsRegistry::~MetricsRegistry() = default;
 
-MetricsRegistry::Counter MetricsRegistry::counter(const std::string& name,
-                                                  const std::string& help, const Labels& labels) {
+MetricsRegistry::Counter MetricsRegistry::counter(const std::string& name, const std::string& help,
+                                                  const Labels& labels) {
   std::lock_guard<std::mutex> lock(impl->mutex);
   auto& family = impl->family(name, help, Impl::Kind::Counter, prometheus::BuildCounter());
   Cell cell;

@@ -161,9 +161,9 @@ std::string seconds(std::chrono::milliseconds value) {
 
 void printLimits(const connector::net::HttpGatewayOptions& options, rlim_t openFiles) {
   std::cout << "limits: open files " << openFiles << ", connections " << options.maxConnections
-            << ", header " << connector::net::HttpGatewayOptions::kMaxHeaderBytes
-            << " bytes, body " << options.maxBodyBytes << " bytes, in flight "
-            << options.maxInFlightBytes << " bytes\n"
+            << ", header " << connector::net::HttpGatewayOptions::kMaxHeaderBytes << " bytes, body "
+            << options.maxBodyBytes << " bytes, in flight " << options.maxInFlightBytes
+            << " bytes\n"
             << "time-outs: header " << seconds(options.headerTimeout) << ", body "
             << seconds(options.bodyTimeout) << ", keep-alive " << seconds(options.keepAliveTimeout)
             << ", delivery " << seconds(options.deliveryTimeout) << ", drain "

@@ -97,8 +97,8 @@ struct EchoGateway {
   // connector_gateway_rejected_total{reason=...} once it reaches `expected` (a close is
   // seen by the client a moment before the gateway counts it), or after 2 s.
   double rejected(const std::string& reason, double expected) const {
-    auto counter = gateway->metrics()->counter("connector_gateway_rejected_total", "",
-                                               {{"reason", reason}});
+    auto counter =
+        gateway->metrics()->counter("connector_gateway_rejected_total", "", {{"reason", reason}});
     for (int i = 0; i < 200 && counter.value() < expected; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }

@@ -77,8 +77,7 @@ TEST(GatewayLimitsTest, ABodyThatStallsIsClosedAtItsDeadlineAndCounted) {
   options.bodyTimeout = milliseconds(300);
   EchoGateway echo(options);
   RawClient client(echo.port());
-  ASSERT_TRUE(client.send(
-      "POST /echo HTTP/1.1\r\nHost: t\r\nContent-Length: 10\r\n\r\n{\"a\""));
+  ASSERT_TRUE(client.send("POST /echo HTTP/1.1\r\nHost: t\r\nContent-Length: 10\r\n\r\n{\"a\""));
   EXPECT_TRUE(client.closedWithin(kAnswerWait));
   EXPECT_EQ(echo.rejected("body_timeout", 1), 1);
 }
@@ -104,9 +103,10 @@ TEST(GatewayLimitsTest, AChunkedBodyIsAnswered413AsSoonAsItPassesTheLimit) {
   EchoGateway echo(options);
   RawClient client(echo.port());
   // 2000 bytes in one chunk; the rest of the body never comes.
-  ASSERT_TRUE(client.send("POST /echo HTTP/1.1\r\nHost: t\r\nTransfer-Encoding: chunked\r\n\r\n"
-                          "7d0\r\n" +
-                          std::string(2000, ' ') + "\r\n"));
+  ASSERT_TRUE(
+      client.send("POST /echo HTTP/1.1\r\nHost: t\r\nTransfer-Encoding: chunked\r\n\r\n"
+                  "7d0\r\n" +
+                  std::string(2000, ' ') + "\r\n"));
   std::optional<Reply> reply = client.readReply(kAnswerWait);
   ASSERT_TRUE(reply);
   EXPECT_EQ(reply->status, 413);
@@ -116,8 +116,8 @@ TEST(GatewayLimitsTest, AChunkedBodyIsAnswered413AsSoonAsItPassesTheLimit) {
 TEST(GatewayLimitsTest, ATooLargeHeaderGets431) {
   EchoGateway echo;
   RawClient client(echo.port());
-  ASSERT_TRUE(client.send("POST /echo HTTP/1.1\r\nHost: t\r\nX-Padding: " +
-                          std::string(9000, 'p') + "\r\nContent-Length: 2\r\n\r\n{}"));
+  ASSERT_TRUE(client.send("POST /echo HTTP/1.1\r\nHost: t\r\nX-Padding: " + std::string(9000, 'p') +
+                          "\r\nContent-Length: 2\r\n\r\n{}"));
   std::optional<Reply> reply = client.readReply(kAnswerWait);
   ASSERT_TRUE(reply);
   EXPECT_EQ(reply->status, 431);
@@ -126,8 +126,8 @@ TEST(GatewayLimitsTest, ATooLargeHeaderGets431) {
   EXPECT_TRUE(reply->closes());
   // A header just under the limit is served.
   RawClient fits(echo.port());
-  ASSERT_TRUE(fits.send("POST /echo HTTP/1.1\r\nHost: t\r\nX-Padding: " +
-                        std::string(7000, 'p') + "\r\nContent-Length: 2\r\n\r\n{}"));
+  ASSERT_TRUE(fits.send("POST /echo HTTP/1.1\r\nHost: t\r\nX-Padding: " + std::string(7000, 'p') +
+                        "\r\nContent-Length: 2\r\n\r\n{}"));
   reply = fits.readReply(kAnswerWait);
   ASSERT_TRUE(reply);
   EXPECT_EQ(reply->status, 200);

@@ -145,8 +145,8 @@ class RawClient {
       }
       line = end + 2;
     }
-    const std::size_t length =
-        static_cast<std::size_t>(std::strtoull(reply.header("content-length").c_str(), nullptr, 10));
+    const std::size_t length = static_cast<std::size_t>(
+        std::strtoull(reply.header("content-length").c_str(), nullptr, 10));
     if (pending.size() < headEnd + 4 + length) return std::nullopt;
     reply.body = pending.substr(headEnd + 4, length);
     pending.erase(0, headEnd + 4 + length);

@@ -4,10 +4,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include <boost/asio/ip/address.hpp>
-#include <boost/beast/core/tcp_stream.hpp>
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
+#include <boost/asio/ip/address.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
 
 #include "connector/net/detail/GatewayListener.hpp"
 #include "connector/net/detail/GatewaySession.hpp"
@@ -26,14 +26,14 @@ namespace {
 // Statuses whose counters are made up front; others are made when first answered.
 const int kKnownStatuses[] = {200, 400, 404, 405, 413, 431, 500, 503, 504};
 
-const char* const kReasons[] = {
-    metric::reason::kConnections,   metric::reason::kHeaderSize,   metric::reason::kBodySize,
-    metric::reason::kBusy,          metric::reason::kHeaderTimeout, metric::reason::kBodyTimeout,
-    metric::reason::kDeliveryTimeout};
+const char* const kReasons[] = {metric::reason::kConnections,    metric::reason::kHeaderSize,
+                                metric::reason::kBodySize,       metric::reason::kBusy,
+                                metric::reason::kHeaderTimeout,  metric::reason::kBodyTimeout,
+                                metric::reason::kDeliveryTimeout};
 
 // Seconds: from well under a millisecond (a cached answer) to the 30 s delivery time-out.
-const std::vector<double> kDurationBuckets = {0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05,
-                                              0.1,    0.25,  0.5,    1,     2.5,   5,    10, 30};
+const std::vector<double> kDurationBuckets = {0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1,
+                                              0.25,   0.5,   1,      2.5,   5,    10,    30};
 
 }  // namespace
 
@@ -46,9 +46,9 @@ GatewayMetrics::GatewayMetrics(transport::MetricsRegistry& registry)
       duration(registry.histogram(metric::kGatewayRequestDuration,
                                   metric::kGatewayRequestDurationHelp, kDurationBuckets)) {
   for (int status : kKnownStatuses) {
-    byStatus.emplace(status, registry.counter(metric::kGatewayRequests,
-                                              metric::kGatewayRequestsHelp,
-                                              {{metric::kStatusLabel, std::to_string(status)}}));
+    byStatus.emplace(status,
+                     registry.counter(metric::kGatewayRequests, metric::kGatewayRequestsHelp,
+                                      {{metric::kStatusLabel, std::to_string(status)}}));
   }
   for (std::size_t i = 0; i < rejections.size(); ++i) {
     rejections[i] = registry.counter(metric::kGatewayRejected, metric::kGatewayRejectedHelp,
@@ -63,9 +63,9 @@ void GatewayMetrics::answered(int status, double seconds) {
     auto found = byStatus.find(status);
     if (found == byStatus.end()) {
       found = byStatus
-                  .emplace(status, registry.counter(metric::kGatewayRequests,
-                                                    metric::kGatewayRequestsHelp,
-                                                    {{metric::kStatusLabel, std::to_string(status)}}))
+                  .emplace(status,
+                           registry.counter(metric::kGatewayRequests, metric::kGatewayRequestsHelp,
+                                            {{metric::kStatusLabel, std::to_string(status)}}))
                   .first;
     }
     counter = found->second;
@@ -76,8 +76,7 @@ void GatewayMetrics::answered(int status, double seconds) {
 
 GatewayCore::GatewayCore(std::shared_ptr<Router> router, const HttpGatewayOptions& options)
     : options(options),
-      registry(options.metrics ? options.metrics
-                               : std::make_shared<transport::MetricsRegistry>()),
+      registry(options.metrics ? options.metrics : std::make_shared<transport::MetricsRegistry>()),
       metrics(*registry),
       budget(options.maxInFlightBytes),
       router(std::move(router)),
@@ -201,16 +200,18 @@ DeliveryAnswer GatewayCore::deliver(const std::string& contentType, common::Data
                                     const std::string& address) const {
   try {
     std::unique_ptr<Message> answer =
-        router->deliver(std::make_unique<json::OpaqueMessage>(contentType, std::move(body)),
-                        Address(address))
+        router
+            ->deliver(std::make_unique<json::OpaqueMessage>(contentType, std::move(body)),
+                      Address(address))
             .get();
     auto* opaque = dynamic_cast<json::OpaqueMessage*>(answer.get());
     if (opaque == nullptr) {
       return {500, "application/json",
-              common::DataBuffer(transport::errorBody(
-                  "The service at '" + address + "' answered without an OpaqueMessage"))};
+              common::DataBuffer(transport::errorBody("The service at '" + address +
+                                                      "' answered without an OpaqueMessage"))};
     }
-    return {200, opaque->contentType.empty() ? std::string("application/json") : opaque->contentType,
+    return {200,
+            opaque->contentType.empty() ? std::string("application/json") : opaque->contentType,
             std::move(opaque->payload)};
   } catch (...) {
     try {

@@ -22,8 +22,8 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <utility>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include <boost/asio/io_context.hpp>

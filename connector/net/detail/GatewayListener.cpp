@@ -45,20 +45,20 @@ void GatewayListener::closeNow() noexcept {
 void GatewayListener::accept() {
   if (closed) return;
   // Each connection gets a strand of its own.
-  acceptor.async_accept(asio::make_strand(io),
-                        [self = shared_from_this()](const error_code& error,
-                                                    asio::ip::tcp::socket socket) {
-                          self->onAccept(error, std::move(socket));
-                        });
+  acceptor.async_accept(
+      asio::make_strand(io),
+      [self = shared_from_this()](const error_code& error, asio::ip::tcp::socket socket) {
+        self->onAccept(error, std::move(socket));
+      });
 }
 
 void GatewayListener::onAccept(const error_code& error, asio::ip::tcp::socket socket) {
   if (closed || error == asio::error::operation_aborted) return;
   if (error) {
-    const bool outOfResources =
-        error == asio::error::no_descriptors ||
-        error == boost::system::errc::too_many_files_open_in_system ||
-        error == asio::error::no_buffer_space || error == asio::error::no_memory;
+    const bool outOfResources = error == asio::error::no_descriptors ||
+                                error == boost::system::errc::too_many_files_open_in_system ||
+                                error == asio::error::no_buffer_space ||
+                                error == asio::error::no_memory;
     if (outOfResources) {
       // The pending connection stays in the backlog; once a descriptor is free again it
       // is accepted.

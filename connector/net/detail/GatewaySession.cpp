@@ -67,10 +67,10 @@ void GatewaySession<Stream>::refuse() {
   asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] {
     self->closing = true;
     Slot& slot = self->pushSlot(false);
-    self->answerError(slot, 503,
-                      "Too many connections (limit " +
-                          std::to_string(self->core->options.maxConnections) + ")",
-                      true);
+    self->answerError(
+        slot, 503,
+        "Too many connections (limit " + std::to_string(self->core->options.maxConnections) + ")",
+        true);
     self->writeNext();
   });
 }
@@ -131,11 +131,10 @@ void GatewaySession<Stream>::readRequest() {
   } else {
     lowest.expires_after(core->options.keepAliveTimeout);
   }
-  stream.async_read_some(buffer.prepare(512),
-                         [self = this->shared_from_this()](const error_code& error,
-                                                           std::size_t bytes) {
-                           self->onFirstBytes(error, bytes);
-                         });
+  stream.async_read_some(buffer.prepare(512), [self = this->shared_from_this()](
+                                                  const error_code& error, std::size_t bytes) {
+    self->onFirstBytes(error, bytes);
+  });
 }
 
 template <class Stream>
@@ -161,11 +160,10 @@ template <class Stream>
 void GatewaySession<Stream>::readHeader() {
   reading = Reading::Header;
   beast::get_lowest_layer(stream).expires_at(headerDeadline);
-  http::async_read_header(
-      stream, buffer, *parser,
-      [self = this->shared_from_this()](const error_code& error, std::size_t) {
-        self->onHeader(error);
-      });
+  http::async_read_header(stream, buffer, *parser,
+                          [self = this->shared_from_this()](const error_code& error, std::size_t) {
+                            self->onHeader(error);
+                          });
 }
 
 template <class Stream>
@@ -183,9 +181,9 @@ void GatewaySession<Stream>::onHeader(const error_code& error) {
   slot.keepAlive = request.keep_alive();
   if (!slot.keepAlive) closing = true;
 
-  const RequestRoute route = routeRequest(
-      std::string_view(request.method_string().data(), request.method_string().size()),
-      std::string_view(request.target().data(), request.target().size()));
+  const RequestRoute route =
+      routeRequest(std::string_view(request.method_string().data(), request.method_string().size()),
+                   std::string_view(request.target().data(), request.target().size()));
   if (route.kind != RequestRoute::Deliver) {
     // Answered without the body: a body that is there is never read, so the
     // connection closes after the answer.
@@ -232,9 +230,8 @@ void GatewaySession<Stream>::waitForBudget(std::size_t bytes) {
   waitId = core->nextWaitId.fetch_add(1, std::memory_order_relaxed);
   budgetTimer.emplace(stream.get_executor());
   budgetTimer->expires_after(core->options.bodyTimeout);
-  budgetTimer->async_wait([self = this->shared_from_this()](const error_code& error) {
-    self->onBudgetTimeout(error);
-  });
+  budgetTimer->async_wait(
+      [self = this->shared_from_this()](const error_code& error) { self->onBudgetTimeout(error); });
   core->budget.acquire(bytes, waitId, [self = this->shared_from_this()] {
     self->core->postBack(self->stream.get_executor(), [self] { self->onBudgetGranted(); });
   });
@@ -308,8 +305,8 @@ void GatewaySession<Stream>::onReadFailure(const error_code& error, bool inBody)
                Rejection::HeaderSize);
   } else if (error == http::error::body_limit) {
     refuseRead(413,
-               "Request body exceeds the limit of " +
-                   std::to_string(core->options.maxBodyBytes) + " bytes",
+               "Request body exceeds the limit of " + std::to_string(core->options.maxBodyBytes) +
+                   " bytes",
                Rejection::BodySize);
   } else if (error == http::error::end_of_stream && !inBody) {
     // The client closed between requests.
@@ -431,8 +428,7 @@ void GatewaySession<Stream>::answerLocally(Slot& slot, int kind) {
         answer(slot, 503, kJson, common::DataBuffer(std::string_view(R"({"status":"draining"})")),
                false);
       } else {
-        answer(slot, 200, kJson, common::DataBuffer(std::string_view(R"({"status":"ok"})")),
-               false);
+        answer(slot, 200, kJson, common::DataBuffer(std::string_view(R"({"status":"ok"})")), false);
       }
       break;
     default:

@@ -71,12 +71,12 @@ class GatewaySession : public SessionBase,
   struct Slot {
     std::uint64_t sequence = 0;
     unsigned version = 11;
-    bool keepAlive = true;     // what the request asked for
-    bool close = false;        // the answer closes the connection
-    bool ready = false;        // response holds the answer
-    bool inFlight = false;     // counted in requests_in_flight
+    bool keepAlive = true;  // what the request asked for
+    bool close = false;     // the answer closes the connection
+    bool ready = false;     // response holds the answer
+    bool inFlight = false;  // counted in requests_in_flight
     Clock::time_point started;
-    std::string address;       // of a delivery
+    std::string address;  // of a delivery
     Response response;
     std::unique_ptr<boost::asio::steady_timer> deadline;  // of a delivery
   };

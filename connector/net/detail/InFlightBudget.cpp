@@ -30,8 +30,8 @@ bool InFlightBudget::cancel(std::uint64_t id) {
   std::vector<std::function<void()>> grants;
   {
     std::lock_guard<std::mutex> lock(mutex);
-    auto found = std::find_if(waiters.begin(), waiters.end(),
-                              [id](const Waiter& w) { return w.id == id; });
+    auto found =
+        std::find_if(waiters.begin(), waiters.end(), [id](const Waiter& w) { return w.id == id; });
     if (found == waiters.end()) return false;
     waiters.erase(found);
     // The ones behind it may fit now.

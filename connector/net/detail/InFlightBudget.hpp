@@ -55,8 +55,8 @@ class InFlightBudget {
 
   const std::size_t limit;
   mutable std::mutex mutex;
-  std::size_t used = 0;         // guarded by mutex
-  std::deque<Waiter> waiters;   // guarded by mutex
+  std::size_t used = 0;        // guarded by mutex
+  std::deque<Waiter> waiters;  // guarded by mutex
 };
 
 }  // namespace connector::net::detail

@@ -50,8 +50,8 @@ RequestRoute routeRequest(std::string_view method, std::string_view target) {
   if (path == kHealthPath) return onlyGet(method, path, RequestRoute::Health);
   if (path == kMetricsPath) return onlyGet(method, path, RequestRoute::Metrics);
   if (method != "POST") {
-    return refuse(405, "Method " + std::string(method) + " is not allowed on " + path + "; use POST",
-                  "POST");
+    return refuse(
+        405, "Method " + std::string(method) + " is not allowed on " + path + "; use POST", "POST");
   }
   RequestRoute route;
   route.kind = RequestRoute::Deliver;
