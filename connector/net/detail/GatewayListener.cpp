@@ -1,5 +1,6 @@
 #include "connector/net/detail/GatewayListener.hpp"
 
+#include <cerrno>
 #include <utility>
 
 #include <boost/asio/post.hpp>
@@ -55,10 +56,12 @@ void GatewayListener::accept() {
 void GatewayListener::onAccept(const error_code& error, asio::ip::tcp::socket socket) {
   if (closed || error == asio::error::operation_aborted) return;
   if (error) {
-    const bool outOfResources = error == asio::error::no_descriptors ||
-                                error == boost::system::errc::too_many_files_open_in_system ||
-                                error == asio::error::no_buffer_space ||
-                                error == asio::error::no_memory;
+    // Compared as codes, not as conditions: nothing here may need a descriptor, not
+    // even a sanitizer's check of a virtual call.
+    const bool outOfResources =
+        error == asio::error::no_descriptors || error == asio::error::no_buffer_space ||
+        error == asio::error::no_memory ||
+        (error.category() == boost::system::system_category() && error.value() == ENFILE);
     if (outOfResources) {
       // The pending connection stays in the backlog; once a descriptor is free again it
       // is accepted.
