@@ -25,14 +25,30 @@ void checkOptions(const HttpGatewayOptions& options) {
   }
 }
 
+std::shared_ptr<Router> required(std::shared_ptr<Router> router) {
+  if (!router) throw std::invalid_argument("HttpGateway needs a router");
+  return router;
+}
+
 }  // namespace
 
 HttpGateway::HttpGateway(std::shared_ptr<Router> router, HttpGatewayOptions options)
+    : HttpGateway(required(std::move(router)), nullptr, std::move(options)) {}
+
+HttpGateway::HttpGateway(std::shared_ptr<Router> router, std::shared_ptr<Context> target,
+                         HttpGatewayOptions options)
     : gatewayOptions(std::move(options)) {
-  if (!router) throw std::invalid_argument("HttpGateway needs a router");
   checkOptions(gatewayOptions);
-  core = std::make_shared<detail::GatewayCore>(std::move(router), gatewayOptions);
+  core =
+      std::make_shared<detail::GatewayCore>(std::move(router), std::move(target), gatewayOptions);
   boundPort = core->listen();
+}
+
+std::unique_ptr<HttpGateway> HttpGateway::forwarding(std::shared_ptr<Context> target,
+                                                     HttpGatewayOptions options) {
+  if (!target) throw std::invalid_argument("HttpGateway needs a context to forward to");
+  return std::unique_ptr<HttpGateway>(
+      new HttpGateway(nullptr, std::move(target), std::move(options)));
 }
 
 HttpGateway::~HttpGateway() { stop(); }

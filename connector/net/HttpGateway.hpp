@@ -55,6 +55,7 @@
 #include <string>
 
 #include "connector/Export.hpp"
+#include "connector/host/Context.hpp"
 #include "connector/host/Router.hpp"
 #include "connector/net/HttpGatewayOptions.hpp"
 
@@ -74,6 +75,14 @@ class CONNECTOR_API HttpGateway {
   // positive" for a time-out <= 0; and std::runtime_error "HttpGateway cannot listen on
   // HOST:PORT: <cause>" when the address cannot be bound (e.g. the port is taken).
   explicit HttpGateway(std::shared_ptr<Router> router, HttpGatewayOptions options = {});
+
+  // A gateway that forwards every POST /<address> to `target` (any context, e.g. a link
+  // to another node) instead of serving a router: GET / lists no address, and a
+  // std::invalid_argument from the target is 400 (no address table tells 404 apart).
+  // Throws as the constructor, with "HttpGateway needs a context to forward to" for a
+  // null target.
+  static std::unique_ptr<HttpGateway> forwarding(std::shared_ptr<Context> target,
+                                                 HttpGatewayOptions options = {});
 
   // Stops the gateway (see stop()). Never throws.
   ~HttpGateway();
@@ -108,6 +117,9 @@ class CONNECTOR_API HttpGateway {
   const HttpGatewayOptions& options() const noexcept { return gatewayOptions; }
 
  private:
+  HttpGateway(std::shared_ptr<Router> router, std::shared_ptr<Context> target,
+              HttpGatewayOptions options);
+
   HttpGatewayOptions gatewayOptions;
   std::uint16_t boundPort = 0;
   std::shared_ptr<detail::GatewayCore> core;

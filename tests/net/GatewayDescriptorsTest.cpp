@@ -76,8 +76,8 @@ TEST(GatewayDescriptorsTest, RunningOutOfDescriptorsDoesNotStopTheAcceptor) {
       ASSERT_TRUE(probe.send(nettest::get("/metrics")));
       std::optional<Reply> metrics = probe.readReply(milliseconds(5000));
       ASSERT_TRUE(metrics);
-      firstClosed = metrics->body.find("\nconnector_gateway_connections_open 1\n") !=
-                    std::string::npos;
+      firstClosed =
+          metrics->body.find("\nconnector_gateway_connections_open 1\n") != std::string::npos;
       if (!firstClosed) std::this_thread::sleep_for(milliseconds(20));
     }
     ASSERT_TRUE(firstClosed);

@@ -266,4 +266,34 @@ TEST(HttpGatewayTest, StopLetsARequestInFlightFinishAndAnswer) {
   EXPECT_THROW(rawExchange(port, "GET", "/"), Poco::Exception);
 }
 
+// Answers every delivery with the address it was sent to, or refuses "bad".
+class AddressEcho : public connector::Context {
+ public:
+  connector::Future<std::unique_ptr<connector::Message>> deliver(
+      std::unique_ptr<connector::Message>&& /*message*/, connector::Address&& address) override {
+    if (address.str() == "bad") {
+      return connector::makeFailedFuture<std::unique_ptr<connector::Message>>(
+          std::make_exception_ptr(std::invalid_argument("refused")));
+    }
+    return connector::makeReadyFuture<std::unique_ptr<connector::Message>>(
+        std::make_unique<connector::json::OpaqueMessage>(
+            "text/plain", connector::common::DataBuffer(address.str())));
+  }
+};
+
+TEST(HttpGatewayTest, AForwardingGatewayDeliversEveryPostToItsContext) {
+  auto gateway = HttpGateway::forwarding(std::make_shared<AddressEcho>());
+  gateway->start();
+  nettest::RawAnswer answer = rawExchange(gateway->port(), "POST", "/any/where", "{}");
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_EQ(answer.contentType, "text/plain");
+  EXPECT_EQ(answer.body, "any/where");
+  answer = rawExchange(gateway->port(), "POST", "/bad", "{}");
+  EXPECT_EQ(answer.status, 400);
+  EXPECT_EQ(answer.body, R"({"error":"refused"})");
+  EXPECT_EQ(rawExchange(gateway->port(), "GET", "/").body, R"({"addresses":[]})");
+  EXPECT_THROW_TEXT(HttpGateway::forwarding(nullptr), std::invalid_argument,
+                    "HttpGateway needs a context to forward to");
+}
+
 }  // namespace

@@ -74,12 +74,14 @@ void GatewayMetrics::answered(int status, double seconds) {
   if (seconds >= 0) duration.observe(seconds);
 }
 
-GatewayCore::GatewayCore(std::shared_ptr<Router> router, const HttpGatewayOptions& options)
+GatewayCore::GatewayCore(std::shared_ptr<Router> router, std::shared_ptr<Context> forward,
+                         const HttpGatewayOptions& options)
     : options(options),
       registry(options.metrics ? options.metrics : std::make_shared<transport::MetricsRegistry>()),
       metrics(*registry),
       budget(options.maxInFlightBytes),
       router(std::move(router)),
+      forward(std::move(forward)),
       io(options.ioThreads) {}
 
 GatewayCore::~GatewayCore() {
@@ -132,16 +134,17 @@ void GatewayCore::stop() noexcept {
   if (!waitForSessions(deadline)) {
     forEachSession(&SessionBase::forceClose);
   }
-  // Deliveries still running now are what remains: their threads are left to finish.
-  workerPool->stop(std::chrono::milliseconds(100));
-  waitForSessions(std::chrono::steady_clock::now() + std::chrono::seconds(1));
+  // Closed connections end on the I/O threads.
+  waitForSessions(std::chrono::steady_clock::now() + std::chrono::milliseconds(250));
   io.stop();
   for (std::thread& thread : ioThreads) thread.join();
   ioThreads.clear();
   {
     std::lock_guard<std::mutex> lock(postMutex);
-    ioStopped = true;
+    ioStopped = true;  // a delivery that ends now has nobody to answer
   }
+  // Deliveries still running now are what remains: their threads are left to finish.
+  workerPool->stop(std::chrono::milliseconds(100));
   // Completes what the closed sockets and timers left queued, so that no handler keeps
   // a session (and through it this core) alive.
   io.restart();
@@ -199,10 +202,10 @@ void GatewayCore::forEachSession(void (SessionBase::*operation)()) {
 DeliveryAnswer GatewayCore::deliver(const std::string& contentType, common::DataBuffer body,
                                     const std::string& address) const {
   try {
+    auto request = std::make_unique<json::OpaqueMessage>(contentType, std::move(body));
     std::unique_ptr<Message> answer =
-        router
-            ->deliver(std::make_unique<json::OpaqueMessage>(contentType, std::move(body)),
-                      Address(address))
+        (router ? router->deliver(std::move(request), Address(address))
+                : forward->deliver(std::move(request), Address(address)))
             .get();
     auto* opaque = dynamic_cast<json::OpaqueMessage*>(answer.get());
     if (opaque == nullptr) {
@@ -228,7 +231,9 @@ DeliveryAnswer GatewayCore::deliver(const std::string& contentType, common::Data
 
 std::string GatewayCore::addressesJson() const {
   Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
-  for (const Address& address : router->addresses()) list->add(address.str());
+  if (router) {
+    for (const Address& address : router->addresses()) list->add(address.str());
+  }
   Poco::JSON::Object body;
   body.set("addresses", list);
   std::ostringstream out;

@@ -93,7 +93,9 @@ struct DeliveryAnswer {
 
 class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
  public:
-  GatewayCore(std::shared_ptr<Router> router, const HttpGatewayOptions& options);
+  // Serves `router`, or, when it is null, forwards every delivery to `forward`.
+  GatewayCore(std::shared_ptr<Router> router, std::shared_ptr<Context> forward,
+              const HttpGatewayOptions& options);
   ~GatewayCore();
   GatewayCore(const GatewayCore&) = delete;
   GatewayCore& operator=(const GatewayCore&) = delete;
@@ -115,11 +117,12 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   void add(const std::shared_ptr<SessionBase>& session);
   void remove(SessionBase* session) noexcept;
 
-  // Delivers a POST body to the router and makes its answer (200, or an error body).
+  // Delivers a POST body to the router (or the forward context) and makes its answer
+  // (200, or an error body).
   // Runs on a worker thread and blocks while the service works. Never throws.
   DeliveryAnswer deliver(const std::string& contentType, common::DataBuffer body,
                          const std::string& address) const;
-  // {"addresses":[...]} of the router's bound addresses.
+  // {"addresses":[...]} of the router's bound addresses (none when forwarding).
   std::string addressesJson() const;
   std::string metricsText() const { return registry->exposition(); }
 
@@ -150,6 +153,7 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   void forEachSession(void (SessionBase::*operation)());
 
   const std::shared_ptr<Router> router;
+  const std::shared_ptr<Context> forward;
 
   std::mutex sessionsMutex;
   std::condition_variable sessionsGone;

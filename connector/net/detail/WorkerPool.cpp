@@ -44,6 +44,9 @@ void WorkerPool::stop(std::chrono::milliseconds grace) noexcept {
     }
   }
   threads.clear();
+  // With every thread gone, tasks posted after the queue ran empty are dropped with the
+  // context (nothing runs them any more); detached threads keep it alive instead.
+  if (allDone) shared.reset();
 }
 
 }  // namespace connector::net::detail

@@ -9,7 +9,8 @@
 // A delivery that never returns cannot be interrupted: stop() leaves the threads still
 // busy at its deadline detached (they keep what their task holds) and returns.
 //
-// Thread-safety: post() from any thread; stop() once, from one thread.
+// Thread-safety: post() from any thread until stop(); stop() once, from one thread,
+// when nothing posts any more.
 #pragma once
 
 #include <chrono>
@@ -35,9 +36,10 @@ class WorkerPool {
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
+  // Queues a task; dropped after stop().
   template <class Task>
   void post(Task&& task) {
-    boost::asio::post(shared->context, std::forward<Task>(task));
+    if (shared) boost::asio::post(shared->context, std::forward<Task>(task));
   }
 
   // Lets the queued tasks run, waits at most `grace` for every thread to finish, and
