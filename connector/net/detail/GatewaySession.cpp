@@ -11,6 +11,10 @@
 #include "connector/transport/ErrorBody.hpp"
 #include "connector/transport/FailureAnswer.hpp"
 
+#if defined(__GLIBC__)
+#  include <malloc.h>
+#endif
+
 namespace connector::net::detail {
 
 namespace asio = boost::asio;
@@ -22,6 +26,18 @@ namespace {
 
 const char* const kJson = "application/json";
 const char* const kServerName = "connector-gateway";
+
+// A body from which size on a delivery's freed memory is given back to the system.
+constexpr std::size_t kLargeBody = std::size_t{256} * 1024;
+
+// The parse of a large body leaves its worker's malloc arena with tens of megabytes
+// freed but kept; every worker keeping its own would multiply the in-flight budget by
+// the number of workers. Trimming returns them to the system.
+void giveBackFreedMemory() {
+#if defined(__GLIBC__)
+  ::malloc_trim(0);
+#endif
+}
 
 bool isHttpError(const error_code& error) {
   return &error.category() == &http::make_error_code(http::error::bad_target).category();
@@ -364,6 +380,7 @@ void GatewaySession<Stream>::dispatch() {
                         contentType = std::move(contentType), address = slot.address,
                         body = std::move(request.body())]() mutable {
     DeliveryAnswer delivered = self->core->deliver(contentType, std::move(body), address);
+    if (held >= kLargeBody) giveBackFreedMemory();
     if (held > 0) self->core->budget.release(held);
     self->core->postBack(self->stream.get_executor(),
                          [self, sequence, delivered = std::move(delivered)]() mutable {
