@@ -162,7 +162,8 @@ TEST(GatewayLimitsTest, ConnectionsPastMaxConnectionsGet503) {
     if (!served) std::this_thread::sleep_for(milliseconds(20));
   }
   EXPECT_TRUE(served);
-  EXPECT_EQ(echo.rejected("connections", 1), 1);
+  // The extra one, and any retry made before the gateway saw the first one leave.
+  EXPECT_GE(echo.rejected("connections", 1), 1);
 }
 
 TEST(GatewayLimitsTest, ABodyCutShortIsAnswered400) {

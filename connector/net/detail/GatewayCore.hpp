@@ -78,7 +78,8 @@ class GatewayMetrics {
 
  private:
   transport::MetricsRegistry& registry;
-  std::mutex mutex;  // guards byStatus
+  std::array<transport::MetricsRegistry::Counter, 9> known;  // by the statuses answered
+  std::mutex mutex;                                          // guards byStatus, the other statuses
   std::unordered_map<int, transport::MetricsRegistry::Counter> byStatus;
   transport::MetricsRegistry::Histogram duration;
   std::array<transport::MetricsRegistry::Counter, 7> rejections;

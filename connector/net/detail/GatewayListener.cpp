@@ -12,8 +12,13 @@ namespace connector::net::detail {
 namespace asio = boost::asio;
 using boost::system::error_code;
 
-GatewayListener::GatewayListener(asio::io_context& io, GatewayCore& core)
-    : io(io), core(core), strand(asio::make_strand(io)), acceptor(strand), pause(strand) {}
+GatewayListener::GatewayListener(asio::io_context& io, GatewayCore& core, bool strandPerConnection)
+    : io(io),
+      core(core),
+      strandPerConnection(strandPerConnection),
+      strand(asio::make_strand(io)),
+      acceptor(strand),
+      pause(strand) {}
 
 void GatewayListener::open(const asio::ip::tcp::endpoint& endpoint) {
   acceptor.open(endpoint.protocol());

@@ -4,7 +4,7 @@
 // it pauses 100 ms and accepts again; every other failure is skipped at once. Private
 // to connector/net.
 //
-//   auto listener = std::make_shared<GatewayListener>(io, core);
+//   auto listener = std::make_shared<GatewayListener>(io, core, ioThreads > 1);
 //   listener->open(endpoint);   // throws boost::system::system_error
 //   listener->run();
 //   listener->close();          // from any thread; the loop ends
@@ -28,7 +28,9 @@ class GatewayListener : public std::enable_shared_from_this<GatewayListener> {
  public:
   static constexpr std::chrono::milliseconds kPauseWhenOutOfDescriptors{100};
 
-  GatewayListener(boost::asio::io_context& io, GatewayCore& core);
+  // `strandPerConnection`: give each accepted socket a strand (needed with several I/O
+  // threads).
+  GatewayListener(boost::asio::io_context& io, GatewayCore& core, bool strandPerConnection);
 
   void open(const boost::asio::ip::tcp::endpoint& endpoint);
   std::uint16_t port() const { return acceptor.local_endpoint().port(); }
@@ -43,6 +45,7 @@ class GatewayListener : public std::enable_shared_from_this<GatewayListener> {
 
   boost::asio::io_context& io;
   GatewayCore& core;
+  const bool strandPerConnection;
   boost::asio::strand<boost::asio::io_context::executor_type> strand;
   boost::asio::ip::tcp::acceptor acceptor;
   boost::asio::steady_timer pause;

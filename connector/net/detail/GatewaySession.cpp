@@ -175,6 +175,14 @@ void GatewaySession<Stream>::onFirstBytes(const error_code& error, std::size_t b
 template <class Stream>
 void GatewaySession<Stream>::readHeader() {
   reading = Reading::Header;
+  // A header already in the buffer (the common case: it came with the first bytes) is
+  // parsed at once, without an asynchronous round.
+  error_code error;
+  buffer.consume(parser->put(buffer.data(), error));
+  if (error != http::error::need_more && (error || parser->is_header_done())) {
+    onHeader(error);
+    return;
+  }
   beast::get_lowest_layer(stream).expires_at(headerDeadline);
   http::async_read_header(stream, buffer, *parser,
                           [self = this->shared_from_this()](const error_code& error, std::size_t) {
@@ -274,6 +282,16 @@ void GatewaySession<Stream>::onBudgetTimeout(const error_code& error) {
 template <class Stream>
 void GatewaySession<Stream>::readBody() {
   reading = Reading::Body;
+  // Body bytes already in the buffer are parsed at once.
+  if (buffer.size() > 0) {
+    error_code error;
+    const std::size_t used = parser->put(buffer.data(), error);
+    buffer.consume(used);
+    if (error != http::error::need_more && (error || used > 0)) {
+      onBody(error);
+      return;
+    }
+  }
   beast::get_lowest_layer(stream).expires_after(core->options.bodyTimeout);
   http::async_read_some(stream, buffer, *parser,
                         [self = this->shared_from_this()](const error_code& error, std::size_t) {
@@ -368,11 +386,9 @@ void GatewaySession<Stream>::dispatch() {
   std::string contentType(request[http::field::content_type]);
   if (contentType.empty()) contentType = kJson;
 
-  slot.deadline = std::make_unique<asio::steady_timer>(stream.get_executor());
-  slot.deadline->expires_after(core->options.deliveryTimeout);
-  slot.deadline->async_wait([self = this->shared_from_this(), sequence](const error_code& error) {
-    self->onDeliveryTimeout(sequence, error);
-  });
+  slot.delivering = true;
+  slot.deadline = Clock::now() + core->options.deliveryTimeout;
+  watchDeliveries();
 
   const std::size_t held = heldBytes;
   heldBytes = 0;  // the worker gives it back once the delivery is over
@@ -421,7 +437,7 @@ void GatewaySession<Stream>::answer(Slot& slot, int status, const std::string& c
   slot.response.prepare_payload();
   slot.close = slot.close || close;
   slot.ready = true;
-  if (slot.deadline) slot.deadline->cancel();
+  slot.delivering = false;
   const double seconds = std::chrono::duration<double>(Clock::now() - slot.started).count();
   core->metrics.answered(status, slot.inFlight ? seconds : -1.0);
   core->served.fetch_add(1, std::memory_order_relaxed);
@@ -464,15 +480,36 @@ void GatewaySession<Stream>::onDelivered(std::uint64_t sequence, DeliveryAnswer 
 }
 
 template <class Stream>
-void GatewaySession<Stream>::onDeliveryTimeout(std::uint64_t sequence, const error_code& error) {
+void GatewaySession<Stream>::watchDeliveries() {
+  if (deliveryTimerArmed || closed) return;
+  for (const Slot& slot : slots) {
+    if (!slot.delivering) continue;
+    if (!deliveryTimer) deliveryTimer.emplace(stream.get_executor());
+    deliveryTimer->expires_at(slot.deadline);
+    deliveryTimerArmed = true;
+    deliveryTimer->async_wait([self = this->shared_from_this()](const error_code& error) {
+      self->onDeliveryTimer(error);
+    });
+    return;
+  }
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onDeliveryTimer(const error_code& error) {
+  deliveryTimerArmed = false;
   if (error || closed) return;
-  Slot* slot = find(sequence);
-  if (slot == nullptr || slot->ready) return;
-  core->metrics.rejected(Rejection::DeliveryTimeout);
-  const transport::FailureAnswer late =
-      transport::timedOutAnswer(slot->address, core->options.deliveryTimeout);
-  answerError(*slot, late.status, late.text, false);
-  writeNext();
+  const Clock::time_point now = Clock::now();
+  bool answered = false;
+  for (Slot& slot : slots) {
+    if (!slot.delivering || slot.deadline > now) continue;
+    core->metrics.rejected(Rejection::DeliveryTimeout);
+    const transport::FailureAnswer late =
+        transport::timedOutAnswer(slot.address, core->options.deliveryTimeout);
+    answerError(slot, late.status, late.text, false);
+    answered = true;
+  }
+  watchDeliveries();
+  if (answered) writeNext();
 }
 
 // ---- writing and closing ------------------------------------------------------------
@@ -577,8 +614,9 @@ void GatewaySession<Stream>::shutdownNow() {
   closing = true;
   if (reading == Reading::Budget && core->budget.cancel(waitId)) reading = Reading::None;
   if (budgetTimer) budgetTimer->cancel();
+  if (deliveryTimer) deliveryTimer->cancel();
   for (Slot& slot : slots) {
-    if (slot.deadline) slot.deadline->cancel();
+    slot.delivering = false;
   }
   beast::get_lowest_layer(stream).close();
 }

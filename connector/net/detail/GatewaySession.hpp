@@ -78,7 +78,8 @@ class GatewaySession : public SessionBase,
     Clock::time_point started;
     std::string address;  // of a delivery
     Response response;
-    std::unique_ptr<boost::asio::steady_timer> deadline;  // of a delivery
+    bool delivering = false;     // handed to a worker, not answered yet
+    Clock::time_point deadline;  // of a delivery
   };
 
   // Reading.
@@ -102,7 +103,11 @@ class GatewaySession : public SessionBase,
   void answerError(Slot& slot, int status, const std::string& text, bool close);
   void answerLocally(Slot& slot, int kind);
   void onDelivered(std::uint64_t sequence, DeliveryAnswer delivered);
-  void onDeliveryTimeout(std::uint64_t sequence, const boost::beast::error_code& error);
+  // One timer per session watches the oldest delivery's deadline: deliveries end in
+  // order of their deadlines' start, so it is re-armed for the next one only when it
+  // fires (no timer work per request).
+  void watchDeliveries();
+  void onDeliveryTimer(const boost::beast::error_code& error);
   // Ends the current request read with an answer that closes the connection.
   void refuseRead(int status, const std::string& text, std::optional<Rejection> why);
 
@@ -135,6 +140,8 @@ class GatewaySession : public SessionBase,
   std::size_t wantedBytes = 0;
   std::uint64_t waitId = 0;
   std::optional<boost::asio::steady_timer> budgetTimer;
+  std::optional<boost::asio::steady_timer> deliveryTimer;
+  bool deliveryTimerArmed = false;
 };
 
 }  // namespace connector::net::detail
