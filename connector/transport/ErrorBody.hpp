@@ -15,7 +15,8 @@
 
 namespace connector::transport {
 
-// {"error":"<text>"}, the text JSON-escaped. Throws std::bad_alloc only.
+// {"error":"<text>"}, the text JSON-escaped; byte sequences that are not UTF-8 become
+// U+FFFD, so the body is JSON whatever the text quotes. Throws std::bad_alloc only.
 CONNECTOR_API std::string errorBody(const std::string& text);
 
 // The text of an {"error":"<text>"} body; empty when the body is not such an object.

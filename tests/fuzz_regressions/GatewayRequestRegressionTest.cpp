@@ -13,6 +13,7 @@
 
 #include <connector/json.hpp>
 #include <connector/net/HttpGateway.hpp>
+#include <connector/transport/ErrorBody.hpp>
 
 namespace connector::net {
 namespace {
@@ -121,6 +122,21 @@ TEST_F(GatewayRequestRegressionTest, AContentLengthThenChunkedIsRefused400) {
       "Transfer-Encoding: chunked\r\n\r\n1c\r\n{\"type\":\"connector/Message\"}\r\n0\r\n\r\n");
   EXPECT_EQ(answer.compare(0, 13, "HTTP/1.1 400 "), 0) << answer;
   EXPECT_EQ(answer.find("HTTP/1.1", 1), std::string::npos) << "a second answer: " << answer;
+  expectStillServing();
+}
+
+// A body whose one byte is not UTF-8: the parser's error text quotes it, and the 400's
+// body must still be JSON.
+TEST_F(GatewayRequestRegressionTest, AnErrorQuotingBytesThatAreNotUtf8IsStillAJsonBody) {
+  const std::string answer = exchange(
+      "POST /fuzz/echo HTTP/1.1\r\nHost: fuzz\r\nContent-Type: application/json\r\n"
+      "Content-Length: 1\r\n\r\n\xE5");
+  EXPECT_EQ(answer.compare(0, 13, "HTTP/1.1 400 "), 0) << answer;
+  const std::size_t body = answer.find("\r\n\r\n");
+  ASSERT_NE(body, std::string::npos) << answer;
+  EXPECT_EQ(transport::errorText(answer.substr(body + 4)),
+            "Parsing error: unexpected byte '\xEF\xBF\xBD' in value")
+      << answer;
   expectStillServing();
 }
 
