@@ -50,12 +50,17 @@ void GatewayListener::closeNow() noexcept {
 
 void GatewayListener::accept() {
   if (closed) return;
-  // Each connection gets a strand of its own.
-  acceptor.async_accept(
-      asio::make_strand(io),
-      [self = shared_from_this()](const error_code& error, asio::ip::tcp::socket socket) {
-        self->onAccept(error, std::move(socket));
-      });
+  auto handler = [self = shared_from_this()](const error_code& error,
+                                             asio::ip::tcp::socket socket) {
+    self->onAccept(error, std::move(socket));
+  };
+  // With several I/O threads each connection gets a strand of its own; with one, the
+  // thread itself keeps a connection's handlers apart.
+  if (strandPerConnection) {
+    acceptor.async_accept(asio::make_strand(io), std::move(handler));
+  } else {
+    acceptor.async_accept(io.get_executor(), std::move(handler));
+  }
 }
 
 void GatewayListener::onAccept(const error_code& error, asio::ip::tcp::socket socket) {
