@@ -41,6 +41,25 @@ TEST(GatewayFlowTest, PipelinedRequestsAreAnsweredInOrderWhateverTheirPace) {
   }
 }
 
+TEST(GatewayFlowTest, BlockingDeliveriesRunSideBySideUpToTheWorkerCount) {
+  HttpGatewayOptions options;
+  options.threads = 4;
+  EchoGateway echo(options);
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (int i = 0; i < 4; ++i) {
+    clients.push_back(std::make_unique<RawClient>(echo.port()));
+    ASSERT_TRUE(clients.back()->send(nettest::post("/echo", "hold")));
+  }
+  // All four are inside the service at once, none waits behind another.
+  EXPECT_TRUE(echo.service->waitEntered(4));
+  echo.service->release();
+  for (auto& client : clients) {
+    std::optional<Reply> reply = client->readReply(kAnswerWait);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->status, 200);
+  }
+}
+
 TEST(GatewayFlowTest, ARequestOverTheInFlightBudgetWaitsForRoomAndIsServed) {
   HttpGatewayOptions options;
   options.maxInFlightBytes = 100;
