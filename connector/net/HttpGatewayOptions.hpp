@@ -58,7 +58,7 @@ struct HttpGatewayOptions {
 
   // Request headers are capped at this many bytes; a larger one is answered 431
   // (reason "header_size") and the connection closed.
-  static constexpr std::size_t kMaxHeaderBytes = 8 * 1024;
+  static constexpr std::size_t kMaxHeaderBytes = std::size_t{8} * 1024;
 
   // How long a client has for a whole request header, counted from the connection's
   // start (first request) or from its first byte (later ones). Past it the connection

@@ -428,7 +428,7 @@ typename GatewaySession<Stream>::Slot* GatewaySession<Stream>::find(std::uint64_
 
 template <class Stream>
 void GatewaySession<Stream>::answer(Slot& slot, int status, const std::string& contentType,
-                                    common::DataBuffer body, bool close) {
+                                    common::DataBuffer&& body, bool close) {
   slot.response.result(static_cast<unsigned>(status));
   slot.response.version(slot.version);
   slot.response.set(http::field::server, kServerName);

@@ -98,7 +98,7 @@ class GatewaySession : public SessionBase,
   // Answers.
   Slot& pushSlot(bool inFlight);
   Slot* find(std::uint64_t sequence);
-  void answer(Slot& slot, int status, const std::string& contentType, common::DataBuffer body,
+  void answer(Slot& slot, int status, const std::string& contentType, common::DataBuffer&& body,
               bool close);
   void answerError(Slot& slot, int status, const std::string& text, bool close);
   void answerLocally(Slot& slot, int kind);

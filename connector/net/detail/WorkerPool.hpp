@@ -33,7 +33,7 @@ namespace connector::net::detail {
 
 class WorkerPool {
  public:
-  explicit WorkerPool(int threads);
+  explicit WorkerPool(int count);
   // Stops with no grace (see stop()).
   ~WorkerPool();
   WorkerPool(const WorkerPool&) = delete;
@@ -56,10 +56,10 @@ class WorkerPool {
     std::condition_variable wake;      // a task for a sleeping thread, or stop
     std::condition_variable finished;  // a thread ended
     std::deque<std::function<void()>> tasks;
-    std::size_t free = 0;      // awake threads not running a task (one may be looking)
-    bool looking = false;      // a free thread is looking for work before it sleeps
+    std::size_t free = 0;  // awake threads not running a task (one may be looking)
+    bool looking = false;  // a free thread is looking for work before it sleeps
     bool stopping = false;
-    std::size_t running = 0;   // threads not ended
+    std::size_t running = 0;  // threads not ended
   };
 
   // Runs tasks until the pool stops.
