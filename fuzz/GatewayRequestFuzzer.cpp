@@ -1,24 +1,29 @@
-// Fuzz target: the HTTP gateway's request path. The input is sent as raw bytes over a
-// loopback TCP connection to a gateway whose router serves "fuzz/echo" with a
-// JsonDeserializerServiceProvider (answering each typed request with itself); the
-// sending side is then shut down. The gateway must answer with one of its documented
-// statuses (or close a connection that carried no request) within a few seconds, and go
-// on serving the next input. A 500 is accepted only without a body: that is the HTTP
-// server's own answer when the client half-closed before its declared body arrived;
-// with an echoing service, a 500 from the gateway itself (which carries its error text)
-// would be a fault.
+// Fuzz target: the HTTP gateway's request path, from the bytes on the socket through its
+// request parser (Beast's, with the gateway's header and body limits) to the answers. The
+// input is sent as raw bytes over a loopback TCP connection to a gateway whose router
+// serves "fuzz/echo" with a JSON deserializer provider (answering each typed request with
+// itself); the sending side is then shut down. Whatever the gateway sends back must parse
+// as a sequence of HTTP responses, each with one of its documented statuses, every error
+// carrying an {"error":"<text>"} body with a text; it must answer (or close a connection
+// that carried no complete request) within a few seconds, and go on serving the next
+// input.
 #include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <Poco/Net/NetException.h>
 #include <Poco/Net/SocketAddress.h>
 #include <Poco/Net/StreamSocket.h>
 #include <Poco/Timespan.h>
+#include <boost/beast/core/buffers_to_string.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/string_body.hpp>
 
 #include <connector/net/HttpGateway.hpp>
+#include <connector/transport/ErrorBody.hpp>
 
 #include "support/FuzzHarness.hpp"
 
@@ -54,11 +59,13 @@ struct Node {
 
 bool documented(int status) {
   switch (status) {
+    case 100:  // the interim answer to "Expect: 100-continue"
     case 200:
     case 400:
     case 404:
     case 405:
     case 413:
+    case 431:
     case 503:
       return true;
     default:
@@ -106,16 +113,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (answer.empty()) {
     return 0;  // nothing that could be answered, e.g. an empty or cut-off request line
   }
-  // "<version> <status> <reason>": the server repeats whatever version the request
-  // named (even "H/1.1"), so only the status is checked.
-  const std::size_t space = answer.find(' ');
-  require(space != std::string::npos && space + 4 <= answer.size() &&
-              std::isdigit(static_cast<unsigned char>(answer[space + 1])) != 0,
-          "not an HTTP response: " + answer.substr(0, 80));
-  const int status = std::atoi(answer.c_str() + space + 1);
-  const std::size_t headEnd = answer.find("\r\n\r\n");
-  const bool bodiless = headEnd == std::string::npos || headEnd + 4 == answer.size();
-  require(documented(status) || (status == 500 && bodiless),
-          "undocumented status: " + answer.substr(0, 300));
+  // The answers, one after the other (pipelined requests get one each).
+  namespace http = boost::beast::http;
+  std::string_view rest = answer;
+  while (!rest.empty()) {
+    http::response_parser<http::string_body> parser;
+    parser.eager(true);
+    parser.body_limit(1 << 20);
+    boost::beast::error_code error;
+    const std::size_t used = parser.put(boost::asio::buffer(rest.data(), rest.size()), error);
+    require(!error && parser.is_done(),
+            "not an HTTP response (" + error.message() + "): " + std::string(rest.substr(0, 300)));
+    const auto& response = parser.get();
+    const int status = static_cast<int>(response.result_int());
+    require(documented(status), "undocumented status: " + std::string(rest.substr(0, 300)));
+    if (status != 200 && status != 100) {
+      require(!transport::errorText(response.body()).empty(),
+              "an error without its {\"error\":...} body: " + std::string(rest.substr(0, 300)));
+    }
+    rest.remove_prefix(used);
+  }
   return 0;
 }

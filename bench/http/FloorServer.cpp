@@ -1,92 +1,137 @@
-// http_floor_server: the least an HTTP JSON service on Poco::Net does per request. Each
-// POST body is parsed with Poco::JSON and written back compact with its Content-Type; no
-// routing, no types, no bridge. bench/http/run measures connector-gateway against it.
+// http_floor_server: the least an HTTP JSON service on Boost.Beast does per request. Each
+// POST body is parsed with Poco::JSON and written back compact with its Content-Type, on
+// the I/O thread itself; no routing, no types, no bridge, no worker hand-off, no limits
+// beyond Beast's defaults. bench/http/run measures connector-gateway against it.
 //
-//   http_floor_server --port 0 --threads 8    # prints "listening on http://127.0.0.1:PORT"
+//   http_floor_server --port 0 --io-threads 1   # prints "listening on http://127.0.0.1:PORT"
 //
-// Same server settings as the gateway: loopback, keep-alive, one worker per connection,
-// Nagle off. SIGINT or SIGTERM stops it.
+// Same socket settings as the gateway: loopback, keep-alive, Nagle off. SIGINT or SIGTERM
+// stops it.
 #include <csignal>
 #include <iostream>
+#include <memory>
 #include <sstream>
 #include <string>
-
-#include <pthread.h>
+#include <thread>
+#include <vector>
 
 #include <Poco/JSON/Parser.h>
-#include <Poco/Net/HTTPRequestHandler.h>
-#include <Poco/Net/HTTPRequestHandlerFactory.h>
-#include <Poco/Net/HTTPServer.h>
-#include <Poco/Net/HTTPServerParams.h>
-#include <Poco/Net/HTTPServerRequest.h>
-#include <Poco/Net/HTTPServerResponse.h>
-#include <Poco/Net/ServerSocket.h>
-#include <Poco/StreamCopier.h>
-#include <Poco/ThreadPool.h>
+#include <Poco/JSON/Stringifier.h>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/http.hpp>
 
 namespace {
 
-class ReStringify : public Poco::Net::HTTPRequestHandler {
- public:
-  void handleRequest(Poco::Net::HTTPServerRequest& request,
-                     Poco::Net::HTTPServerResponse& response) override {
-    std::string body;
-    Poco::StreamCopier::copyToString(request.stream(), body);
-    std::ostringstream out;
-    try {
-      Poco::JSON::Parser parser;
-      Poco::JSON::Stringifier::stringify(parser.parse(body), out, 0, -1);
-    } catch (const Poco::Exception& error) {
-      response.setStatusAndReason(Poco::Net::HTTPResponse::HTTP_BAD_REQUEST);
-      out.str("{\"error\":\"bad JSON\"}");
-    }
-    const std::string text = out.str();
-    response.setContentType(request.getContentType());
-    response.sendBuffer(text.data(), text.size());
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+using tcp = asio::ip::tcp;
+
+std::string reStringify(const std::string& body, http::status& status) {
+  std::ostringstream out;
+  try {
+    Poco::JSON::Parser parser;
+    Poco::JSON::Stringifier::stringify(parser.parse(body), out, 0, -1);
+  } catch (const Poco::Exception&) {
+    status = http::status::bad_request;
+    return R"({"error":"bad JSON"})";
   }
+  return out.str();
+}
+
+class Session : public std::enable_shared_from_this<Session> {
+ public:
+  explicit Session(tcp::socket socket) : stream(std::move(socket)) {}
+
+  void read() {
+    request = {};
+    http::async_read(stream, buffer, request,
+                     [self = shared_from_this()](beast::error_code error, std::size_t) {
+                       if (error) return self->close();
+                       self->answer();
+                     });
+  }
+
+ private:
+  void answer() {
+    http::status status = http::status::ok;
+    response = {};
+    response.body() = reStringify(request.body(), status);
+    response.result(status);
+    response.version(request.version());
+    response.set(http::field::content_type, request[http::field::content_type]);
+    response.keep_alive(request.keep_alive());
+    response.prepare_payload();
+    http::async_write(stream, response,
+                      [self = shared_from_this()](beast::error_code error, std::size_t) {
+                        if (error || !self->response.keep_alive()) return self->close();
+                        self->read();
+                      });
+  }
+
+  void close() {
+    beast::error_code ignored;
+    stream.socket().shutdown(tcp::socket::shutdown_send, ignored);
+  }
+
+  beast::tcp_stream stream;
+  beast::flat_buffer buffer;
+  http::request<http::string_body> request;
+  http::response<http::string_body> response;
 };
 
-class Factory : public Poco::Net::HTTPRequestHandlerFactory {
+class Listener : public std::enable_shared_from_this<Listener> {
  public:
-  Poco::Net::HTTPRequestHandler* createRequestHandler(
-      const Poco::Net::HTTPServerRequest&) override {
-    return new ReStringify;
+  Listener(asio::io_context& io, unsigned short port) : io(io), acceptor(asio::make_strand(io)) {
+    const tcp::endpoint endpoint(asio::ip::make_address("127.0.0.1"), port);
+    acceptor.open(endpoint.protocol());
+    acceptor.set_option(asio::socket_base::reuse_address(true));
+    acceptor.bind(endpoint);
+    acceptor.listen(asio::socket_base::max_listen_connections);
   }
+  unsigned short port() const { return acceptor.local_endpoint().port(); }
+  void accept() {
+    acceptor.async_accept(asio::make_strand(io),
+                          [self = shared_from_this()](beast::error_code error, tcp::socket socket) {
+                            if (error == asio::error::operation_aborted) return;
+                            if (!error) {
+                              socket.set_option(tcp::no_delay(true));
+                              std::make_shared<Session>(std::move(socket))->read();
+                            }
+                            self->accept();
+                          });
+  }
+
+ private:
+  asio::io_context& io;
+  tcp::acceptor acceptor;
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  int port = 0;
-  int threads = 16;
+  unsigned short port = 0;
+  int ioThreads = 1;
   for (int i = 1; i + 1 < argc; i += 2) {
     const std::string arg = argv[i];
-    if (arg == "--port")
-      port = std::stoi(argv[i + 1]);
-    else if (arg == "--threads")
-      threads = std::stoi(argv[i + 1]);
+    if (arg == "--port") {
+      port = static_cast<unsigned short>(std::stoi(argv[i + 1]));
+    } else if (arg == "--io-threads") {
+      ioThreads = std::stoi(argv[i + 1]);
+    }
   }
-  sigset_t stopSignals;
-  sigemptyset(&stopSignals);
-  sigaddset(&stopSignals, SIGINT);
-  sigaddset(&stopSignals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
-
-  Poco::Net::ServerSocket socket;
-  socket.bind(Poco::Net::SocketAddress("127.0.0.1", static_cast<Poco::UInt16>(port)), true, false);
-  socket.listen(64);
-  socket.setNoDelay(true);
-  Poco::ThreadPool pool(1, threads);
-  Poco::Net::HTTPServerParams::Ptr params = new Poco::Net::HTTPServerParams;
-  params->setMaxThreads(threads);
-  params->setKeepAlive(true);
-  params->setKeepAliveTimeout(Poco::Timespan(15, 0));
-  Poco::Net::HTTPServer server(new Factory, pool, socket, params);
-  server.start();
-  std::cout << "listening on http://127.0.0.1:" << socket.address().port() << std::endl;
-  int signal = 0;
-  sigwait(&stopSignals, &signal);
-  server.stopAll(false);
-  pool.joinAll();
+  asio::io_context io(ioThreads);
+  auto listener = std::make_shared<Listener>(io, port);
+  listener->accept();
+  asio::signal_set signals(io, SIGINT, SIGTERM);
+  signals.async_wait([&io](beast::error_code, int) { io.stop(); });
+  std::cout << "listening on http://127.0.0.1:" << listener->port() << std::endl;
+  std::vector<std::thread> threads;
+  for (int i = 1; i < ioThreads; ++i) threads.emplace_back([&io] { io.run(); });
+  io.run();
+  for (std::thread& thread : threads) thread.join();
   return 0;
 }

@@ -3,67 +3,55 @@
 #include <stdexcept>
 #include <utility>
 
-#include <Poco/Exception.h>
-#include <Poco/Net/HTTPServer.h>
-#include <Poco/Net/HTTPServerParams.h>
-#include <Poco/Net/ServerSocket.h>
-#include <Poco/Net/SocketAddress.h>
-#include <Poco/ThreadPool.h>
-#include <Poco/Timespan.h>
-
-#include "connector/net/detail/GatewayRequestHandler.hpp"
+#include "connector/net/detail/GatewayCore.hpp"
 
 namespace connector::net {
 
-HttpGateway::HttpGateway(std::shared_ptr<Router> router, HttpGatewayOptions options)
-    : gatewayOptions(std::move(options)) {
+namespace {
+
+void checkOptions(const HttpGatewayOptions& options) {
+  if (options.threads < 1) throw std::invalid_argument("HttpGateway needs at least one thread");
+  if (options.ioThreads < 1) {
+    throw std::invalid_argument("HttpGateway needs at least one I/O thread");
+  }
+  if (options.maxConnections < 1 || options.maxBodyBytes < 1 || options.maxInFlightBytes < 1) {
+    throw std::invalid_argument("HttpGateway limits must be at least 1");
+  }
+  const std::chrono::milliseconds zero{0};
+  if (options.headerTimeout <= zero || options.bodyTimeout <= zero ||
+      options.keepAliveTimeout <= zero || options.deliveryTimeout <= zero ||
+      options.drainTimeout <= zero) {
+    throw std::invalid_argument("HttpGateway time-outs must be positive");
+  }
+}
+
+std::shared_ptr<Router> required(std::shared_ptr<Router> router) {
   if (!router) throw std::invalid_argument("HttpGateway needs a router");
-  if (gatewayOptions.threads < 1) {
-    throw std::invalid_argument("HttpGateway needs at least one thread");
-  }
-  if (gatewayOptions.queueLength < 1) {
-    throw std::invalid_argument("HttpGateway needs a queue length of at least one");
-  }
-
-  listener = std::make_unique<Poco::Net::ServerSocket>();
-  Poco::Net::ServerSocket& socket = *listener;
-  try {
-    // Address reuse lets a restarted gateway take its port back at once; port reuse stays
-    // off so that two gateways can never share one port unnoticed.
-    socket.bind(Poco::Net::SocketAddress(gatewayOptions.bindAddress, gatewayOptions.port), true,
-                false);
-    socket.listen(gatewayOptions.queueLength);
-    // Accepted connections inherit it: a response leaves as headers then body, which must
-    // not wait for the client's delayed acknowledgement.
-    socket.setNoDelay(true);
-    boundPort = socket.address().port();
-  } catch (const Poco::Exception& error) {
-    throw std::runtime_error("HttpGateway cannot listen on " + gatewayOptions.bindAddress + ":" +
-                             std::to_string(gatewayOptions.port) + ": " + error.displayText());
-  }
-
-  state = std::make_shared<detail::GatewayState>(std::move(router), gatewayOptions.maxBodyBytes);
-  pool = std::make_unique<Poco::ThreadPool>(1, gatewayOptions.threads);
-
-  Poco::Net::HTTPServerParams::Ptr params = new Poco::Net::HTTPServerParams;
-  params->setMaxThreads(gatewayOptions.threads);
-  params->setMaxQueued(gatewayOptions.queueLength);
-  params->setKeepAlive(true);
-  params->setKeepAliveTimeout(Poco::Timespan(
-      static_cast<Poco::Timespan::TimeDiff>(gatewayOptions.keepAliveTimeout.count()) * 1000));
-  params->setMaxKeepAliveRequests(0);  // unlimited
-  params->setServerName("connector-gateway");
-  server = std::make_unique<Poco::Net::HTTPServer>(new detail::GatewayRequestHandlerFactory(state),
-                                                   *pool, socket, params);
+  return router;
 }
 
-HttpGateway::~HttpGateway() {
-  stop();
-  // The server must go before the pool its connections ran on.
-  server.reset();
-  pool.reset();
-  listener.reset();
+}  // namespace
+
+HttpGateway::HttpGateway(std::shared_ptr<Router> router, HttpGatewayOptions options)
+    : HttpGateway(required(std::move(router)), nullptr, std::move(options)) {}
+
+HttpGateway::HttpGateway(std::shared_ptr<Router> router, std::shared_ptr<Context> target,
+                         HttpGatewayOptions options)
+    : gatewayOptions(std::move(options)) {
+  checkOptions(gatewayOptions);
+  core =
+      std::make_shared<detail::GatewayCore>(std::move(router), std::move(target), gatewayOptions);
+  boundPort = core->listen();
 }
+
+std::unique_ptr<HttpGateway> HttpGateway::forwarding(std::shared_ptr<Context> target,
+                                                     HttpGatewayOptions options) {
+  if (!target) throw std::invalid_argument("HttpGateway needs a context to forward to");
+  return std::unique_ptr<HttpGateway>(
+      new HttpGateway(nullptr, std::move(target), std::move(options)));
+}
+
+HttpGateway::~HttpGateway() { stop(); }
 
 void HttpGateway::start() {
   std::lock_guard<std::mutex> lock(lifecycleMutex);
@@ -71,35 +59,21 @@ void HttpGateway::start() {
     throw std::logic_error("HttpGateway cannot be started again after stop()");
   }
   if (phase == Phase::Serving) return;
-  server->start();
+  core->start();
   phase = Phase::Serving;
 }
 
 void HttpGateway::stop() {
   std::lock_guard<std::mutex> lock(lifecycleMutex);
-  if (phase != Phase::Serving) {
-    if (phase == Phase::Ready) {
-      // Never served: release the listening socket so the port is free again.
-      try {
-        listener->close();
-      } catch (...) {
-      }
-      phase = Phase::Stopped;
-    }
+  if (phase == Phase::Ready) {
+    // Never served: release the listening socket so the port is free again.
+    core->closeUnstarted();
+    phase = Phase::Stopped;
     return;
   }
+  if (phase == Phase::Stopped) return;
   phase = Phase::Stopped;
-  try {
-    // Stops accepting, then waits for each connection's request in flight and shuts the
-    // connection down; joinAll waits for the workers to leave.
-    server->stopAll(false);
-    // The server stops accepting but keeps its socket open until destroyed; close it so
-    // that new connections are refused at once instead of waiting in the backlog.
-    listener->close();
-    pool->joinAll();
-  } catch (...) {
-    // Stopping must not fail; the destructor relies on it.
-  }
+  core->stop();
 }
 
 std::string HttpGateway::url() const {
@@ -109,7 +83,9 @@ std::string HttpGateway::url() const {
 }
 
 std::uint64_t HttpGateway::requestsServed() const noexcept {
-  return state->served.load(std::memory_order_relaxed);
+  return core->served.load(std::memory_order_relaxed);
 }
+
+std::shared_ptr<transport::MetricsRegistry> HttpGateway::metrics() const { return core->registry; }
 
 }  // namespace connector::net

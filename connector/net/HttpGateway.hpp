@@ -16,25 +16,37 @@
 // Answers, each error with the JSON body {"error":"<text>"}:
 //   200  the service's answer
 //   GET /  200 {"addresses":["shop/CancelOrder","shop/ReserveItem"]} (bound addresses, sorted)
+//   GET /healthz  200 {"status":"ok"}; 503 {"status":"draining"} once stop() began
+//   GET /metrics  200, the gateway's metrics in the Prometheus text format
 //   400  the service refused the request as invalid (std::invalid_argument), e.g. bytes
-//        that are not JSON for a registered type, or a malformed request target
+//        that are not JSON for a registered type; a malformed request or request target;
+//        a body that ends before its declared length
 //   404  nothing bound at <address>: "No service bound at address '<address>'"
-//   405  a method other than POST (GET for "/"), with an Allow header
-//   413  a body over maxBodyBytes: "Request body exceeds the limit of <n> bytes"; the
-//        connection is then closed
-//   503  the service is not running: "Service exists but is not running."
+//   405  a method other than POST on an address, other than GET on "/", "/healthz" or
+//        "/metrics", with an Allow header
+//   413  a body over maxBodyBytes: "Request body exceeds the limit of <n> bytes"
+//   431  a header over 8 KiB: "Request header exceeds the limit of 8192 bytes"
+//   503  the service is not running: "Service exists but is not running."; too many
+//        connections; no room in the in-flight budget (with Retry-After)
+//   504  no answer within deliveryTimeout: "No answer from '<address>' within <n> ms"
 //   500  anything else, with the failure's text
-// The gateway keeps serving after every one of them.
+// "/healthz" and "/metrics" are reserved: no address of that name can be reached. Answers
+// that leave a request's body unread (405, 413, 431, 503 busy) close the connection. The
+// gateway keeps serving after every one of them. See HttpGatewayOptions for the limits
+// and deadlines.
+//
+// Connections cost no thread: ioThreads threads own every socket (an idle connection
+// costs its socket and a few KiB); deliveries run on a pool of `threads` workers and
+// their answers are written back by the connection's I/O thread. Keep-alive and
+// pipelined requests are answered in order.
 //
 // Lifecycle: the constructor binds and listens (so port() is known at once); start()
-// begins serving; stop() stops accepting, lets requests in flight finish and answer,
-// closes idle keep-alive connections and waits for the worker threads. A stopped gateway
-// cannot be started again: make a new one (it may reuse the port).
+// begins serving; stop() drains (see there). A stopped gateway cannot be started again:
+// make a new one (it may reuse the port).
 //
-// Thread-safety: requests are served on the gateway's own worker threads (threads
-// option), each calling the router's deliver and blocking while the service works.
-// start(), stop() and the accessors may be called from any thread; the destructor stops
-// the gateway. The router must stay usable while the gateway runs (it is held shared).
+// Thread-safety: start(), stop() and the accessors may be called from any thread; the
+// destructor stops the gateway. The router must stay usable while the gateway runs (it is
+// held shared); its deliveries run on the worker threads, several at once.
 #pragma once
 
 #include <cstdint>
@@ -43,32 +55,34 @@
 #include <string>
 
 #include "connector/Export.hpp"
+#include "connector/host/Context.hpp"
 #include "connector/host/Router.hpp"
 #include "connector/net/HttpGatewayOptions.hpp"
-
-namespace Poco {
-class ThreadPool;
-namespace Net {
-class HTTPServer;
-class ServerSocket;
-}  // namespace Net
-}  // namespace Poco
 
 namespace connector::net {
 
 namespace detail {
-struct GatewayState;
+class GatewayCore;
 }
 
 class CONNECTOR_API HttpGateway {
  public:
   // Binds and listens on options.bindAddress:options.port; serves nothing until start().
   // Throws std::invalid_argument "HttpGateway needs a router" for a null router,
-  // std::invalid_argument "HttpGateway needs at least one thread" for threads < 1,
-  // std::invalid_argument "HttpGateway needs a queue length of at least one" for
-  // queueLength < 1, and std::runtime_error "HttpGateway cannot listen on HOST:PORT:
-  // <cause>" when the address cannot be bound (e.g. the port is taken).
+  // "HttpGateway needs at least one thread" for threads < 1, "HttpGateway needs at least
+  // one I/O thread" for ioThreads < 1, "HttpGateway limits must be at least 1" for a
+  // maxConnections, maxBodyBytes or maxInFlightBytes of 0, "HttpGateway time-outs must be
+  // positive" for a time-out <= 0; and std::runtime_error "HttpGateway cannot listen on
+  // HOST:PORT: <cause>" when the address cannot be bound (e.g. the port is taken).
   explicit HttpGateway(std::shared_ptr<Router> router, HttpGatewayOptions options = {});
+
+  // A gateway that forwards every POST /<address> to `target` (any context, e.g. a link
+  // to another node) instead of serving a router: GET / lists no address, and a
+  // std::invalid_argument from the target is 400 (no address table tells 404 apart).
+  // Throws as the constructor, with "HttpGateway needs a context to forward to" for a
+  // null target.
+  static std::unique_ptr<HttpGateway> forwarding(std::shared_ptr<Context> target,
+                                                 HttpGatewayOptions options = {});
 
   // Stops the gateway (see stop()). Never throws.
   ~HttpGateway();
@@ -80,9 +94,12 @@ class CONNECTOR_API HttpGateway {
   // std::logic_error "HttpGateway cannot be started again after stop()" after stop().
   void start();
 
-  // Stops accepting, lets requests in flight finish and be answered, closes idle
-  // connections, and returns once every worker is done. Blocks as long as the slowest
-  // request in flight. Does nothing when not serving. Never throws.
+  // Drains and stops: stops accepting (new connections are refused), closes idle
+  // connections at once, answers every request already read (marking those answers
+  // Connection: close; /healthz answers 503 meanwhile), then closes whatever is still
+  // open after drainTimeout and returns. Blocks until then: as long as the slowest
+  // request in flight, at most about drainTimeout. A delivery still running then keeps
+  // its worker thread until it returns. Does nothing when not serving. Never throws.
   void stop();
 
   // The port listened on (the chosen one when options.port was 0).
@@ -94,15 +111,18 @@ class CONNECTOR_API HttpGateway {
   // Requests answered so far, whatever their status.
   std::uint64_t requestsServed() const noexcept;
 
+  // The registry behind GET /metrics (options.metrics, or the gateway's own).
+  std::shared_ptr<transport::MetricsRegistry> metrics() const;
+
   const HttpGatewayOptions& options() const noexcept { return gatewayOptions; }
 
  private:
+  HttpGateway(std::shared_ptr<Router> router, std::shared_ptr<Context> target,
+              HttpGatewayOptions options);
+
   HttpGatewayOptions gatewayOptions;
   std::uint16_t boundPort = 0;
-  std::shared_ptr<detail::GatewayState> state;
-  std::unique_ptr<Poco::Net::ServerSocket> listener;
-  std::unique_ptr<Poco::ThreadPool> pool;
-  std::unique_ptr<Poco::Net::HTTPServer> server;
+  std::shared_ptr<detail::GatewayCore> core;
 
   std::mutex lifecycleMutex;
   enum class Phase { Ready, Serving, Stopped };

@@ -1,10 +1,16 @@
-// connector::net::HttpGatewayOptions: where an HttpGateway listens and how much it takes.
+// connector::net::HttpGatewayOptions: where an HttpGateway listens, how many threads it
+// runs, and the limits and deadlines that keep any client from holding it up.
 //
 //   connector::net::HttpGatewayOptions options;
-//   options.port = 0;                       // any free port; HttpGateway::port() tells which
-//   options.threads = 8;
-//   options.maxBodyBytes = 1 << 20;         // 1 MiB
+//   options.port = 0;                                  // any free port; port() tells which
+//   options.threads = 8;                               // deliveries at once
+//   options.maxBodyBytes = 256 * 1024;
+//   options.headerTimeout = std::chrono::seconds(5);
 //   connector::net::HttpGateway gateway(router, options);
+//
+// Every limit answers or closes one client and leaves the others alone; none of them
+// makes the gateway stop accepting. Refusals are counted in /metrics under
+// connector_gateway_rejected_total{reason="..."} (reason named below).
 //
 // Thread-safety: a plain value, copied into the gateway at construction.
 #pragma once
@@ -12,7 +18,10 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
+
+#include "connector/transport/MetricsRegistry.hpp"
 
 namespace connector::net {
 
@@ -21,15 +30,58 @@ struct HttpGatewayOptions {
   std::string bindAddress = "127.0.0.1";
   // Port to listen on; 0 picks a free one.
   std::uint16_t port = 0;
-  // Worker threads. Each open connection occupies one while it is served or kept alive,
-  // so this is also the number of connections served at once.
+
+  // Threads that own the sockets: they accept, read, parse and write, and never block.
+  // One is plenty for most loads; at least 1.
+  int ioThreads = 1;
+  // Threads that run deliveries (which block while the service works): the number of
+  // requests delivered at once; more requests wait for a free one. At least 1.
   int threads = 16;
-  // Accepted connections waiting for a free worker; beyond it new ones are refused.
-  int queueLength = 64;
-  // Largest request body accepted; a larger one is answered 413.
-  std::size_t maxBodyBytes = std::size_t{16} * 1024 * 1024;
-  // How long an idle keep-alive connection is held open for its next request.
-  std::chrono::milliseconds keepAliveTimeout{15000};
+
+  // Connections open at once. A connection beyond it is answered 503 {"error":"Too many
+  // connections (limit <n>)"} with Connection: close and closed (reason "connections").
+  // The gateway keeps accepting; when the process runs out of file descriptors it pauses
+  // accepting for 100 ms and tries again. At least 1.
+  std::size_t maxConnections = 10000;
+  // Largest request body, in bytes. A larger Content-Length is answered 413 before the
+  // body is read; a chunked body as soon as it grows past the limit (reason "body_size");
+  // the connection is then closed. At least 1.
+  std::size_t maxBodyBytes = std::size_t{1} << 20;
+  // Request body bytes read or being delivered at once, in bytes, over all connections:
+  // what bounds the gateway's memory (a parsed JSON body takes about 20 times its size).
+  // A request whose body does not fit waits (its body unread) until earlier ones are
+  // answered, at most bodyTimeout; then it is answered 503 with Retry-After: 1 and
+  // Connection: close (reason "busy"). A chunked body that outgrows the room left is
+  // answered the same at once. A single request larger than the budget is let through
+  // when nothing else is in flight. At least 1.
+  std::size_t maxInFlightBytes = std::size_t{8} << 20;
+
+  // Request headers are capped at this many bytes; a larger one is answered 431
+  // (reason "header_size") and the connection closed.
+  static constexpr std::size_t kMaxHeaderBytes = std::size_t{8} * 1024;
+
+  // How long a client has for a whole request header, counted from the connection's
+  // start (first request) or from its first byte (later ones). Past it the connection
+  // is closed without an answer (reason "header_timeout"). Positive.
+  std::chrono::milliseconds headerTimeout{10000};
+  // Longest wait between two reads of a request body, and for the client to take one
+  // write of an answer. Past it the connection is closed (reason "body_timeout").
+  // Positive.
+  std::chrono::milliseconds bodyTimeout{30000};
+  // How long an idle keep-alive connection is held open for its next request; then it
+  // is closed. Positive.
+  std::chrono::milliseconds keepAliveTimeout{75000};
+  // How long a delivery may take. Past it the request is answered 504 {"error":"No
+  // answer from '<address>' within <n> ms"} (reason "delivery_timeout"); the worker
+  // finishes the delivery and its late answer is dropped. Positive.
+  std::chrono::milliseconds deliveryTimeout{30000};
+  // How long stop() waits for requests already read to be answered; connections still
+  // open then are closed. Positive.
+  std::chrono::milliseconds drainTimeout{10000};
+
+  // Where the gateway's metrics go (GET /metrics shows all of this registry). Null: the
+  // gateway makes its own. Share one registry to show another transport's metrics too.
+  std::shared_ptr<transport::MetricsRegistry> metrics;
 };
 
 }  // namespace connector::net

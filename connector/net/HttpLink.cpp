@@ -17,9 +17,9 @@
 #include "connector/futures/MakeFuture.hpp"
 #include "connector/host/DataBuffer.hpp"
 #include "connector/host/Demangle.hpp"
-#include "connector/net/detail/ErrorBody.hpp"
 #include "connector/net/detail/LinkSession.hpp"
 #include "connector/providers/OpaqueMessage.hpp"
+#include "connector/transport/ErrorBody.hpp"
 
 namespace connector::net {
 
@@ -61,7 +61,7 @@ common::DataBuffer readStreamedBody(std::istream& in) {
 std::string describeStatus(const Poco::Net::HTTPResponse& response, std::string_view body) {
   std::string text = "HTTP " + std::to_string(static_cast<int>(response.getStatus()));
   if (!response.getReason().empty()) text += " " + response.getReason();
-  const std::string serverText = detail::errorText(body);
+  const std::string serverText = transport::errorText(body);
   if (!serverText.empty()) text += ": " + serverText;
   return text;
 }

@@ -6,8 +6,13 @@
 //   curl -H 'Content-Type: application/json' http://127.0.0.1:PORT/shop/ReserveItem
 //        -d '{"type":"shop/ReserveItem","sku":"LAMP-01","quantity":2}'     (one line)
 //
-// SIGINT or SIGTERM stops it cleanly: requests in flight are answered first, then it
-// prints how many requests it served and exits 0.
+// At start it raises its open-file limit to the hard limit (every connection is a
+// descriptor) and prints the limits it runs with. SIGINT or SIGTERM drains it: it stops
+// accepting, answers the requests already read, prints how many requests it served and
+// exits 0.
+#include <sys/resource.h>
+
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <exception>
@@ -24,18 +29,30 @@
 namespace {
 
 const char* const kUsage =
-    "usage: connector-gateway [--bind ADDRESS] [--port N] [--threads N] [--max-body BYTES]\n"
+    "usage: connector-gateway [options]\n"
     "\n"
     "Serves the shop example's inventory services over HTTP: POST /<address> with a JSON\n"
-    "request, GET / lists the addresses.\n"
+    "request, GET / lists the addresses, GET /healthz and GET /metrics report on the gateway.\n"
+    "Sizes are in bytes, times in seconds (fractions allowed, e.g. 0.5).\n"
     "\n"
-    "  --bind ADDRESS    address to listen on (default 127.0.0.1)\n"
-    "  --port N          port to listen on; 0 picks a free one (default 8080)\n"
-    "  --threads N       worker threads, also the connections served at once (default 16)\n"
-    "  --max-body BYTES  largest request body accepted (default 16777216)\n"
-    "  --help            print this text\n"
+    "  --bind ADDRESS               address to listen on (default 127.0.0.1)\n"
+    "  --port N                     port to listen on; 0 picks a free one (default 8080)\n"
+    "  --io-threads N               threads that own the sockets (default 1)\n"
+    "  --threads N                  threads that run deliveries (default 16)\n"
+    "  --max-connections N          connections open at once; more get 503 (default 10000)\n"
+    "  --max-body BYTES             largest request body; larger gets 413 (default 1048576)\n"
+    "  --max-in-flight-bytes BYTES  request bytes read or delivered at once; more wait or\n"
+    "                               get 503 (default 8388608)\n"
+    "  --header-timeout S           time for a whole request header (default 10)\n"
+    "  --body-timeout S             longest pause while reading a body (default 30)\n"
+    "  --keep-alive-timeout S       idle time before a kept-alive connection closes (default 75)\n"
+    "  --delivery-timeout S         time for a service's answer; then 504 (default 30)\n"
+    "  --drain-timeout S            time to answer requests in flight on SIGINT/SIGTERM\n"
+    "                               (default 10)\n"
+    "  --help                       print this text\n"
     "\n"
-    "Prints \"listening on http://HOST:PORT\" once it serves; SIGINT or SIGTERM stops it.\n";
+    "Prints its limits, then \"listening on http://HOST:PORT\" once it serves; SIGINT or\n"
+    "SIGTERM drains it and exits 0.\n";
 
 bool parseNumber(const std::string& text, unsigned long long max, unsigned long long& value) {
   if (text.empty() || text.size() > 12 ||
@@ -44,6 +61,23 @@ bool parseNumber(const std::string& text, unsigned long long max, unsigned long 
   }
   value = std::stoull(text);
   return value <= max;
+}
+
+// Seconds with at most three decimals ("10", "0.25"), positive, at most a day.
+bool parseSeconds(const std::string& text, std::chrono::milliseconds& value) {
+  const std::size_t dot = text.find('.');
+  const std::string whole = text.substr(0, dot);
+  std::string fraction = dot == std::string::npos ? "" : text.substr(dot + 1);
+  unsigned long long seconds = 0;
+  unsigned long long millis = 0;
+  if (!parseNumber(whole.empty() ? "0" : whole, 86400, seconds) || fraction.size() > 3 ||
+      (dot != std::string::npos && fraction.empty())) {
+    return false;
+  }
+  fraction.resize(3, '0');
+  if (!parseNumber(fraction, 999, millis)) return false;
+  value = std::chrono::milliseconds(seconds * 1000 + millis);
+  return value.count() > 0;
 }
 
 // Returns -1 when the program should go on, else the exit status.
@@ -55,7 +89,7 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
       std::cout << kUsage;
       return 0;
     }
-    if (arg != "--bind" && arg != "--port" && arg != "--threads" && arg != "--max-body") {
+    if (arg.rfind("--", 0) != 0 || arg.size() < 3) {
       std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
       return 2;
     }
@@ -65,20 +99,82 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
     }
     const std::string value = argv[++i];
     unsigned long long number = 0;
+    bool good = true;
     if (arg == "--bind") {
       options.bindAddress = value;
-    } else if (arg == "--port" && parseNumber(value, 65535, number)) {
+    } else if (arg == "--port") {
+      good = parseNumber(value, 65535, number);
       options.port = static_cast<std::uint16_t>(number);
-    } else if (arg == "--threads" && parseNumber(value, 1024, number) && number >= 1) {
-      options.threads = static_cast<int>(number);
-    } else if (arg == "--max-body" && parseNumber(value, 1ULL << 32, number) && number >= 1) {
-      options.maxBodyBytes = static_cast<std::size_t>(number);
+    } else if (arg == "--io-threads" || arg == "--threads") {
+      good = parseNumber(value, 1024, number) && number >= 1;
+      (arg == "--threads" ? options.threads : options.ioThreads) = static_cast<int>(number);
+    } else if (arg == "--max-connections" || arg == "--max-body" ||
+               arg == "--max-in-flight-bytes") {
+      good = parseNumber(value, 1ULL << 40, number) && number >= 1;
+      (arg == "--max-connections" ? options.maxConnections
+       : arg == "--max-body"      ? options.maxBodyBytes
+                                  : options.maxInFlightBytes) = static_cast<std::size_t>(number);
+    } else if (arg == "--header-timeout") {
+      good = parseSeconds(value, options.headerTimeout);
+    } else if (arg == "--body-timeout") {
+      good = parseSeconds(value, options.bodyTimeout);
+    } else if (arg == "--keep-alive-timeout") {
+      good = parseSeconds(value, options.keepAliveTimeout);
+    } else if (arg == "--delivery-timeout") {
+      good = parseSeconds(value, options.deliveryTimeout);
+    } else if (arg == "--drain-timeout") {
+      good = parseSeconds(value, options.drainTimeout);
     } else {
+      std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
+      return 2;
+    }
+    if (!good) {
       std::cerr << "connector-gateway: bad value '" << value << "' for " << arg << "\n\n" << kUsage;
       return 2;
     }
   }
   return -1;
+}
+
+// Raises the soft open-file limit to the hard one; returns the limit in force.
+rlim_t raiseOpenFileLimit() {
+  rlimit limits{};
+  if (::getrlimit(RLIMIT_NOFILE, &limits) != 0) return 0;
+  if (limits.rlim_cur < limits.rlim_max) {
+    rlimit raised = limits;
+    raised.rlim_cur = limits.rlim_max;
+    if (::setrlimit(RLIMIT_NOFILE, &raised) == 0) return raised.rlim_cur;
+  }
+  return limits.rlim_cur;
+}
+
+std::string seconds(std::chrono::milliseconds value) {
+  const auto ms = value.count();
+  std::string text = std::to_string(ms / 1000);
+  if (ms % 1000 != 0) {
+    std::string fraction = std::to_string(1000 + ms % 1000).substr(1);
+    while (fraction.back() == '0') fraction.pop_back();
+    text += "." + fraction;
+  }
+  return text + " s";
+}
+
+void printLimits(const connector::net::HttpGatewayOptions& options, rlim_t openFiles) {
+  std::cout << "limits: open files " << openFiles << ", connections " << options.maxConnections
+            << ", header " << connector::net::HttpGatewayOptions::kMaxHeaderBytes << " bytes, body "
+            << options.maxBodyBytes << " bytes, in flight " << options.maxInFlightBytes
+            << " bytes\n"
+            << "time-outs: header " << seconds(options.headerTimeout) << ", body "
+            << seconds(options.bodyTimeout) << ", keep-alive " << seconds(options.keepAliveTimeout)
+            << ", delivery " << seconds(options.deliveryTimeout) << ", drain "
+            << seconds(options.drainTimeout) << "\n"
+            << "threads: I/O " << options.ioThreads << ", deliveries " << options.threads
+            << std::endl;
+  if (openFiles != 0 && openFiles != RLIM_INFINITY && openFiles < options.maxConnections + 64) {
+    std::cout << "note: the open-file limit is below the connection limit; past it the gateway "
+                 "pauses accepting until connections close"
+              << std::endl;
+  }
 }
 
 }  // namespace
@@ -94,6 +190,9 @@ int main(int argc, char** argv) {
   sigaddset(&stopSignals, SIGINT);
   sigaddset(&stopSignals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+
+  const rlim_t openFiles = raiseOpenFileLimit();
+  printLimits(options, openFiles);
 
   try {
     shop::ShopNodes nodes;  // the far node: gateway router -> deserializers -> services

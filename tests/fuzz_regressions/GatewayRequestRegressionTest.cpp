@@ -13,6 +13,7 @@
 
 #include <connector/json.hpp>
 #include <connector/net/HttpGateway.hpp>
+#include <connector/transport/ErrorBody.hpp>
 
 namespace connector::net {
 namespace {
@@ -96,18 +97,46 @@ TEST_F(GatewayRequestRegressionTest, AMalformedProtocolVersionIsAnswered400AndSe
   expectStillServing();
 }
 
-// A chunked body with a Content-Length that is not a number beside it: the chunked
-// encoding decides where the body ends (the Content-Length is not read), so the request
-// is served once, and its body is never read as a request of its own.
-TEST_F(GatewayRequestRegressionTest, AChunkedBodyIsServedWhateverTheContentLengthBesideItSays) {
+// A chunked body with a Content-Length beside it (here not even a number): which of the
+// two ends the body is ambiguous, the classic way to smuggle a second request past a
+// proxy, so the request is refused 400 and the connection closed; its body is never
+// read as a request of its own.
+TEST_F(GatewayRequestRegressionTest, AChunkedBodyWithAContentLengthBesideItIsRefused400) {
   const std::string answer = exchange(
       "POST /fuzz/echo HTTP/1.1\r\nHost: fuzz\r\nContent-Type: application/json\r\n"
       "Content-Length: \"count\",\r\nTransfer-Encoding: chunked\r\n\r\n"
       "1c\r\n{\"type\":\"connector/Message\"}\r\n0\r\n\r\n");
-  EXPECT_EQ(answer.compare(0, 13, "HTTP/1.1 200 "), 0) << answer;
+  EXPECT_EQ(answer.compare(0, 13, "HTTP/1.1 400 "), 0) << answer;
+  EXPECT_NE(answer.find("Connection: close\r\n"), std::string::npos) << answer;
   EXPECT_EQ(answer.find("HTTP/1.1", 1), std::string::npos) << "a second answer: " << answer;
-  const std::string echoed = R"({"type":"connector/Message"})";
-  EXPECT_EQ(answer.substr(answer.size() - echoed.size()), echoed) << answer;
+  const std::string body = R"({"error":"Malformed request: bad Content-Length"})";
+  ASSERT_GE(answer.size(), body.size()) << answer;
+  EXPECT_EQ(answer.substr(answer.size() - body.size()), body);
+  expectStillServing();
+}
+
+// The same with a numeric Content-Length first, then the chunked encoding.
+TEST_F(GatewayRequestRegressionTest, AContentLengthThenChunkedIsRefused400) {
+  const std::string answer = exchange(
+      "POST /fuzz/echo HTTP/1.1\r\nHost: fuzz\r\nContent-Length: 3\r\n"
+      "Transfer-Encoding: chunked\r\n\r\n1c\r\n{\"type\":\"connector/Message\"}\r\n0\r\n\r\n");
+  EXPECT_EQ(answer.compare(0, 13, "HTTP/1.1 400 "), 0) << answer;
+  EXPECT_EQ(answer.find("HTTP/1.1", 1), std::string::npos) << "a second answer: " << answer;
+  expectStillServing();
+}
+
+// A body whose one byte is not UTF-8: the parser's error text quotes it, and the 400's
+// body must still be JSON.
+TEST_F(GatewayRequestRegressionTest, AnErrorQuotingBytesThatAreNotUtf8IsStillAJsonBody) {
+  const std::string answer = exchange(
+      "POST /fuzz/echo HTTP/1.1\r\nHost: fuzz\r\nContent-Type: application/json\r\n"
+      "Content-Length: 1\r\n\r\n\xE5");
+  EXPECT_EQ(answer.compare(0, 13, "HTTP/1.1 400 "), 0) << answer;
+  const std::size_t body = answer.find("\r\n\r\n");
+  ASSERT_NE(body, std::string::npos) << answer;
+  EXPECT_EQ(transport::errorText(answer.substr(body + 4)),
+            "Parsing error: unexpected byte '\xEF\xBF\xBD' in value")
+      << answer;
   expectStillServing();
 }
 

@@ -120,9 +120,18 @@ TEST(HttpGatewayTest, AMegabytesBodyOverTheLimitStillGetsIts413) {
   EXPECT_EQ(answer.status, 413);
 }
 
-TEST(HttpGatewayTest, TheDefaultBodyLimitIsSixteenMebibytes) {
-  EXPECT_EQ(HttpGatewayOptions().maxBodyBytes, 16u * 1024 * 1024);
-  EXPECT_EQ(HttpGatewayOptions().bindAddress, "127.0.0.1");
+TEST(HttpGatewayTest, TheDefaultsAreThoseOfACommonEdgeServer) {
+  const HttpGatewayOptions defaults;
+  EXPECT_EQ(defaults.bindAddress, "127.0.0.1");
+  EXPECT_EQ(defaults.ioThreads, 1);
+  EXPECT_EQ(defaults.maxConnections, 10000u);
+  EXPECT_EQ(defaults.maxBodyBytes, 1024u * 1024);
+  EXPECT_EQ(HttpGatewayOptions::kMaxHeaderBytes, 8192u);
+  EXPECT_EQ(defaults.headerTimeout, std::chrono::seconds(10));
+  EXPECT_EQ(defaults.bodyTimeout, std::chrono::seconds(30));
+  EXPECT_EQ(defaults.keepAliveTimeout, std::chrono::seconds(75));
+  EXPECT_EQ(defaults.deliveryTimeout, std::chrono::seconds(30));
+  EXPECT_EQ(defaults.drainTimeout, std::chrono::seconds(10));
 }
 
 TEST(HttpGatewayTest, AStoppedServiceIsAnswered503) {
@@ -193,10 +202,22 @@ TEST(HttpGatewayTest, BadOptionsAreRefused) {
   noThreads.threads = 0;
   EXPECT_THROW_TEXT(HttpGateway(router, noThreads), std::invalid_argument,
                     "HttpGateway needs at least one thread");
-  HttpGatewayOptions noQueue;
-  noQueue.queueLength = 0;
-  EXPECT_THROW_TEXT(HttpGateway(router, noQueue), std::invalid_argument,
-                    "HttpGateway needs a queue length of at least one");
+  HttpGatewayOptions noIo;
+  noIo.ioThreads = 0;
+  EXPECT_THROW_TEXT(HttpGateway(router, noIo), std::invalid_argument,
+                    "HttpGateway needs at least one I/O thread");
+  HttpGatewayOptions noConnections;
+  noConnections.maxConnections = 0;
+  EXPECT_THROW_TEXT(HttpGateway(router, noConnections), std::invalid_argument,
+                    "HttpGateway limits must be at least 1");
+  HttpGatewayOptions noBudget;
+  noBudget.maxInFlightBytes = 0;
+  EXPECT_THROW_TEXT(HttpGateway(router, noBudget), std::invalid_argument,
+                    "HttpGateway limits must be at least 1");
+  HttpGatewayOptions noDrain;
+  noDrain.drainTimeout = std::chrono::milliseconds(0);
+  EXPECT_THROW_TEXT(HttpGateway(router, noDrain), std::invalid_argument,
+                    "HttpGateway time-outs must be positive");
 }
 
 TEST(HttpGatewayTest, AStoppedGatewayCannotStartAgainButItsPortCanBeReused) {
@@ -243,6 +264,36 @@ TEST(HttpGatewayTest, StopLetsARequestInFlightFinishAndAnswer) {
   EXPECT_EQ(answer.status, 200);
   EXPECT_EQ(answer.body, "{\"a\":1}");
   EXPECT_THROW(rawExchange(port, "GET", "/"), Poco::Exception);
+}
+
+// Answers every delivery with the address it was sent to, or refuses "bad".
+class AddressEcho : public connector::Context {
+ public:
+  connector::Future<std::unique_ptr<connector::Message>> deliver(
+      std::unique_ptr<connector::Message>&& /*message*/, connector::Address&& address) override {
+    if (address.str() == "bad") {
+      return connector::makeFailedFuture<std::unique_ptr<connector::Message>>(
+          std::make_exception_ptr(std::invalid_argument("refused")));
+    }
+    return connector::makeReadyFuture<std::unique_ptr<connector::Message>>(
+        std::make_unique<connector::json::OpaqueMessage>(
+            "text/plain", connector::common::DataBuffer(address.str())));
+  }
+};
+
+TEST(HttpGatewayTest, AForwardingGatewayDeliversEveryPostToItsContext) {
+  auto gateway = HttpGateway::forwarding(std::make_shared<AddressEcho>());
+  gateway->start();
+  nettest::RawAnswer answer = rawExchange(gateway->port(), "POST", "/any/where", "{}");
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_EQ(answer.contentType, "text/plain");
+  EXPECT_EQ(answer.body, "any/where");
+  answer = rawExchange(gateway->port(), "POST", "/bad", "{}");
+  EXPECT_EQ(answer.status, 400);
+  EXPECT_EQ(answer.body, R"({"error":"refused"})");
+  EXPECT_EQ(rawExchange(gateway->port(), "GET", "/").body, R"({"addresses":[]})");
+  EXPECT_THROW_TEXT(HttpGateway::forwarding(nullptr), std::invalid_argument,
+                    "HttpGateway needs a context to forward to");
 }
 
 }  // namespace

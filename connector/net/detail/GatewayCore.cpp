@@ -1,0 +1,250 @@
+#include "connector/net/detail/GatewayCore.hpp"
+
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+#include <Poco/JSON/Array.h>
+#include <Poco/JSON/Object.h>
+#include <boost/asio/ip/address.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+
+#include "connector/net/detail/GatewayListener.hpp"
+#include "connector/net/detail/GatewaySession.hpp"
+#include "connector/providers/OpaqueMessage.hpp"
+#include "connector/transport/ErrorBody.hpp"
+#include "connector/transport/FailureAnswer.hpp"
+#include "connector/transport/MetricNames.hpp"
+
+namespace connector::net::detail {
+
+namespace asio = boost::asio;
+namespace metric = transport::metric;
+
+namespace {
+
+// Statuses whose counters are made up front; others are made when first answered.
+const std::array<int, 9> kKnownStatuses = {200, 400, 404, 405, 413, 431, 500, 503, 504};
+
+const char* const kReasons[] = {metric::reason::kConnections,    metric::reason::kHeaderSize,
+                                metric::reason::kBodySize,       metric::reason::kBusy,
+                                metric::reason::kHeaderTimeout,  metric::reason::kBodyTimeout,
+                                metric::reason::kDeliveryTimeout};
+
+// Seconds: from well under a millisecond (a cached answer) to the 30 s delivery time-out.
+const std::vector<double> kDurationBuckets = {0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1,
+                                              0.25,   0.5,   1,      2.5,   5,    10,    30};
+
+}  // namespace
+
+GatewayMetrics::GatewayMetrics(transport::MetricsRegistry& registry)
+    : connectionsOpen(
+          registry.gauge(metric::kGatewayConnectionsOpen, metric::kGatewayConnectionsOpenHelp)),
+      requestsInFlight(
+          registry.gauge(metric::kGatewayRequestsInFlight, metric::kGatewayRequestsInFlightHelp)),
+      registry(registry),
+      duration(registry.histogram(metric::kGatewayRequestDuration,
+                                  metric::kGatewayRequestDurationHelp, kDurationBuckets)) {
+  for (std::size_t i = 0; i < known.size(); ++i) {
+    known[i] = registry.counter(metric::kGatewayRequests, metric::kGatewayRequestsHelp,
+                                {{metric::kStatusLabel, std::to_string(kKnownStatuses[i])}});
+  }
+  for (std::size_t i = 0; i < rejections.size(); ++i) {
+    rejections[i] = registry.counter(metric::kGatewayRejected, metric::kGatewayRejectedHelp,
+                                     {{metric::kReasonLabel, kReasons[i]}});
+  }
+}
+
+void GatewayMetrics::answered(int status, double seconds) {
+  if (seconds >= 0) duration.observe(seconds);
+  // The statuses the gateway answers with have their counters ready, read without a lock.
+  for (std::size_t i = 0; i < known.size(); ++i) {
+    if (kKnownStatuses[i] == status) {
+      known[i].increment();
+      return;
+    }
+  }
+  transport::MetricsRegistry::Counter counter;
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    auto found = byStatus.find(status);
+    if (found == byStatus.end()) {
+      found = byStatus
+                  .emplace(status,
+                           registry.counter(metric::kGatewayRequests, metric::kGatewayRequestsHelp,
+                                            {{metric::kStatusLabel, std::to_string(status)}}))
+                  .first;
+    }
+    counter = found->second;
+  }
+  counter.increment();
+}
+
+GatewayCore::GatewayCore(std::shared_ptr<Router> router, std::shared_ptr<Context> forward,
+                         const HttpGatewayOptions& options)
+    : options(options),
+      registry(options.metrics ? options.metrics : std::make_shared<transport::MetricsRegistry>()),
+      metrics(*registry),
+      budget(options.maxInFlightBytes),
+      router(std::move(router)),
+      forward(std::move(forward)),
+      io(options.ioThreads) {}
+
+GatewayCore::~GatewayCore() {
+  for (std::thread& thread : ioThreads) {
+    if (thread.joinable()) thread.join();
+  }
+}
+
+std::uint16_t GatewayCore::listen() {
+  listener = std::make_shared<GatewayListener>(io, *this, options.ioThreads > 1);
+  try {
+    const asio::ip::address address = asio::ip::make_address(options.bindAddress);
+    listener->open(asio::ip::tcp::endpoint(address, options.port));
+    return listener->port();
+  } catch (const boost::system::system_error& error) {
+    throw std::runtime_error("HttpGateway cannot listen on " + options.bindAddress + ":" +
+                             std::to_string(options.port) + ": " + error.code().message());
+  }
+}
+
+void GatewayCore::start() {
+  workerPool = std::make_unique<WorkerPool>(options.threads);
+  listener->run();
+  ioThreads.reserve(static_cast<std::size_t>(options.ioThreads));
+  for (int i = 0; i < options.ioThreads; ++i) {
+    ioThreads.emplace_back([this] {
+      // Keeps running while the gateway serves, even with nothing to do.
+      auto guard = asio::make_work_guard(io);
+      for (;;) {
+        try {
+          io.run();
+          break;
+        } catch (...) {
+          // A handler let an exception out; the loop goes on with the next one.
+        }
+      }
+    });
+  }
+}
+
+void GatewayCore::closeUnstarted() noexcept {
+  if (listener) listener->closeNow();
+}
+
+void GatewayCore::stop() noexcept {
+  const auto deadline = std::chrono::steady_clock::now() + options.drainTimeout;
+  draining.store(true);
+  listener->close();
+  forEachSession(&SessionBase::drain);
+  if (!waitForSessions(deadline)) {
+    forEachSession(&SessionBase::forceClose);
+  }
+  // Closed connections end on the I/O threads.
+  waitForSessions(std::chrono::steady_clock::now() + std::chrono::milliseconds(250));
+  io.stop();
+  for (std::thread& thread : ioThreads) thread.join();
+  ioThreads.clear();
+  {
+    std::lock_guard<std::mutex> lock(postMutex);
+    ioStopped = true;  // a delivery that ends now has nobody to answer
+  }
+  // Deliveries still running now are what remains: their threads are left to finish.
+  workerPool->stop(std::chrono::milliseconds(100));
+  // Completes what the closed sockets and timers left queued, so that no handler keeps
+  // a session (and through it this core) alive.
+  io.restart();
+  try {
+    io.poll();
+  } catch (...) {
+  }
+}
+
+void GatewayCore::accepted(asio::ip::tcp::socket socket) {
+  boost::system::error_code ignored;
+  // An answer leaves as header then body: neither may wait for a delayed acknowledgement.
+  socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+  using Session = GatewaySession<boost::beast::tcp_stream>;
+  if (connections.fetch_add(1, std::memory_order_relaxed) >= options.maxConnections) {
+    connections.fetch_sub(1, std::memory_order_relaxed);
+    metrics.rejected(Rejection::Connections);
+    std::make_shared<Session>(boost::beast::tcp_stream(std::move(socket)), shared_from_this(),
+                              false)
+        ->refuse();
+    return;
+  }
+  std::make_shared<Session>(boost::beast::tcp_stream(std::move(socket)), shared_from_this(), true)
+      ->start();
+}
+
+void GatewayCore::add(const std::shared_ptr<SessionBase>& session) {
+  std::lock_guard<std::mutex> lock(sessionsMutex);
+  sessions.emplace(session.get(), session);
+}
+
+void GatewayCore::remove(SessionBase* session) noexcept {
+  std::lock_guard<std::mutex> lock(sessionsMutex);
+  sessions.erase(session);
+  if (sessions.empty()) sessionsGone.notify_all();
+}
+
+bool GatewayCore::waitForSessions(std::chrono::steady_clock::time_point deadline) {
+  std::unique_lock<std::mutex> lock(sessionsMutex);
+  return sessionsGone.wait_until(lock, deadline, [this] { return sessions.empty(); });
+}
+
+void GatewayCore::forEachSession(void (SessionBase::*operation)()) {
+  std::vector<std::shared_ptr<SessionBase>> live;
+  {
+    std::lock_guard<std::mutex> lock(sessionsMutex);
+    live.reserve(sessions.size());
+    for (auto& entry : sessions) {
+      if (auto session = entry.second.lock()) live.push_back(std::move(session));
+    }
+  }
+  for (auto& session : live) ((*session).*operation)();
+}
+
+DeliveryAnswer GatewayCore::deliver(const std::string& contentType, common::DataBuffer body,
+                                    const std::string& address) const {
+  try {
+    auto request = std::make_unique<json::OpaqueMessage>(contentType, std::move(body));
+    std::unique_ptr<Message> answer =
+        (router ? router->deliver(std::move(request), Address(address))
+                : forward->deliver(std::move(request), Address(address)))
+            .get();
+    auto* opaque = dynamic_cast<json::OpaqueMessage*>(answer.get());
+    if (opaque == nullptr) {
+      return {500, "application/json",
+              common::DataBuffer(transport::errorBody("The service at '" + address +
+                                                      "' answered without an OpaqueMessage"))};
+    }
+    return {200,
+            opaque->contentType.empty() ? std::string("application/json") : opaque->contentType,
+            std::move(opaque->payload)};
+  } catch (...) {
+    try {
+      const transport::FailureAnswer failure =
+          transport::answerForFailure(std::current_exception(), address, router.get());
+      return {failure.status, "application/json",
+              common::DataBuffer(transport::errorBody(failure.text))};
+    } catch (...) {
+      return {500, "application/json",
+              common::DataBuffer(std::string_view(R"({"error":"Out of memory"})"))};
+    }
+  }
+}
+
+std::string GatewayCore::addressesJson() const {
+  Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
+  if (router) {
+    for (const Address& address : router->addresses()) list->add(address.str());
+  }
+  Poco::JSON::Object body;
+  body.set("addresses", list);
+  std::ostringstream out;
+  body.stringify(out, 0, -1);
+  return out.str();
+}
+
+}  // namespace connector::net::detail

@@ -1,0 +1,634 @@
+#include "connector/net/detail/GatewaySession.hpp"
+
+#include <string_view>
+#include <utility>
+
+#include <boost/asio/dispatch.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/write.hpp>
+
+#include "connector/net/detail/RequestRoute.hpp"
+#include "connector/transport/ErrorBody.hpp"
+#include "connector/transport/FailureAnswer.hpp"
+
+#if defined(__GLIBC__)
+#  include <malloc.h>
+#endif
+
+namespace connector::net::detail {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
+using beast::error_code;
+
+namespace {
+
+const char* const kJson = "application/json";
+const char* const kServerName = "connector-gateway";
+
+// A body from which size on a delivery's freed memory is given back to the system.
+constexpr std::size_t kLargeBody = std::size_t{256} * 1024;
+
+// The parse of a large body leaves its worker's malloc arena with tens of megabytes
+// freed but kept; every worker keeping its own would multiply the in-flight budget by
+// the number of workers. Trimming returns them to the system.
+void giveBackFreedMemory() {
+#if defined(__GLIBC__)
+  ::malloc_trim(0);
+#endif
+}
+
+bool isHttpError(const error_code& error) {
+  return &error.category() == &http::make_error_code(http::error::bad_target).category();
+}
+
+}  // namespace
+
+void closeSending(beast::tcp_stream& stream) noexcept {
+  error_code ignored;
+  stream.socket().shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
+}
+
+template <class Stream>
+GatewaySession<Stream>::GatewaySession(Stream&& stream, std::shared_ptr<GatewayCore> core,
+                                       bool counted)
+    : stream(std::move(stream)), core(std::move(core)), counted(counted) {
+  if (counted) this->core->metrics.connectionsOpen.increment();
+}
+
+template <class Stream>
+GatewaySession<Stream>::~GatewaySession() {
+  for (const Slot& slot : slots) {
+    if (slot.inFlight) core->metrics.requestsInFlight.decrement();
+  }
+  if (heldBytes > 0) core->budget.release(heldBytes);
+  if (counted) {
+    core->connections.fetch_sub(1, std::memory_order_relaxed);
+    core->metrics.connectionsOpen.decrement();
+  }
+  core->remove(this);
+}
+
+template <class Stream>
+void GatewaySession<Stream>::start() {
+  core->add(this->shared_from_this());
+  acceptedAt = Clock::now();
+  asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] { self->maybeRead(); });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::refuse() {
+  core->add(this->shared_from_this());
+  asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] {
+    self->closing = true;
+    Slot& slot = self->pushSlot(false);
+    self->answerError(
+        slot, 503,
+        "Too many connections (limit " + std::to_string(self->core->options.maxConnections) + ")",
+        true);
+    self->writeNext();
+  });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::drain() {
+  asio::post(stream.get_executor(), [self = this->shared_from_this()] {
+    if (self->closed) return;
+    if (self->reading == Reading::Idle) {
+      self->shutdownNow();  // waiting for a request that it will not read
+    } else if (self->reading == Reading::None && !self->writing) {
+      self->maybeRead();  // closes an idle connection, writes what is ready
+      self->writeNext();
+    }
+  });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::forceClose() {
+  asio::post(stream.get_executor(), [self = this->shared_from_this()] { self->shutdownNow(); });
+}
+
+// ---- reading ------------------------------------------------------------------------
+
+template <class Stream>
+void GatewaySession<Stream>::maybeRead() {
+  if (closed || reading != Reading::None) return;
+  if (closing || core->draining.load()) {
+    // Reads no new request; closes once the answers already due are out.
+    closing = true;
+    if (slots.empty() && !writing) linger();
+    return;
+  }
+  if (slots.size() >= kPipelineDepth) return;
+  // With answers still due and no pipelined bytes, wait for the answers first: the
+  // next request's deadlines start once the connection is idle.
+  if (!slots.empty() && buffer.size() == 0) return;
+  readRequest();
+}
+
+template <class Stream>
+void GatewaySession<Stream>::readRequest() {
+  parser.emplace();
+  parser->header_limit(static_cast<std::uint32_t>(HttpGatewayOptions::kMaxHeaderBytes));
+  parser->body_limit(core->options.maxBodyBytes);
+  if (buffer.size() > 0) {
+    headerDeadline = firstRequest ? acceptedAt + core->options.headerTimeout
+                                  : Clock::now() + core->options.headerTimeout;
+    readHeader();
+    return;
+  }
+  // An idle connection keeps no large buffer.
+  if (buffer.capacity() > 4096) buffer.shrink_to_fit();
+  reading = Reading::Idle;
+  auto& lowest = beast::get_lowest_layer(stream);
+  if (firstRequest) {
+    lowest.expires_at(acceptedAt + core->options.headerTimeout);
+  } else {
+    lowest.expires_after(core->options.keepAliveTimeout);
+  }
+  stream.async_read_some(buffer.prepare(512), [self = this->shared_from_this()](
+                                                  const error_code& error, std::size_t bytes) {
+    self->onFirstBytes(error, bytes);
+  });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onFirstBytes(const error_code& error, std::size_t bytes) {
+  buffer.commit(bytes);
+  reading = Reading::None;
+  if (error) {
+    // A new connection that sent nothing in time is a slow header; an idle keep-alive
+    // connection that timed out simply ends, as does one the client closed.
+    if (error == beast::error::timeout && firstRequest) {
+      core->metrics.rejected(Rejection::HeaderTimeout);
+    }
+    shutdownNow();
+    return;
+  }
+  if (closed) return;
+  headerDeadline = firstRequest ? acceptedAt + core->options.headerTimeout
+                                : Clock::now() + core->options.headerTimeout;
+  readHeader();
+}
+
+template <class Stream>
+void GatewaySession<Stream>::readHeader() {
+  reading = Reading::Header;
+  // A header already in the buffer (the common case: it came with the first bytes) is
+  // parsed at once, without an asynchronous round.
+  error_code error;
+  buffer.consume(parser->put(buffer.data(), error));
+  if (error != http::error::need_more && (error || parser->is_header_done())) {
+    onHeader(error);
+    return;
+  }
+  beast::get_lowest_layer(stream).expires_at(headerDeadline);
+  http::async_read_header(stream, buffer, *parser,
+                          [self = this->shared_from_this()](const error_code& error, std::size_t) {
+                            self->onHeader(error);
+                          });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onHeader(const error_code& error) {
+  reading = Reading::None;
+  firstRequest = false;
+  if (error) {
+    onReadFailure(error, false);
+    return;
+  }
+  if (closed) return;
+  const auto& request = parser->get();
+  Slot& slot = pushSlot(true);
+  slot.version = request.version();
+  slot.keepAlive = request.keep_alive();
+  if (!slot.keepAlive) closing = true;
+
+  const RequestRoute route =
+      routeRequest(std::string_view(request.method_string().data(), request.method_string().size()),
+                   std::string_view(request.target().data(), request.target().size()));
+  if (route.kind != RequestRoute::Deliver) {
+    // Answered without the body: a body that is there is never read, so the
+    // connection closes after the answer.
+    const bool unreadBody = !parser->is_done();
+    if (route.kind == RequestRoute::Refuse) {
+      answerError(slot, route.status, route.text, unreadBody);
+      if (!route.allow.empty()) slot.response.set(http::field::allow, route.allow);
+    } else {
+      answerLocally(slot, route.kind);
+      slot.close = slot.close || unreadBody;
+    }
+    if (unreadBody) closing = true;
+    parser.reset();
+    writeNext();
+    maybeRead();
+    return;
+  }
+  slot.address = route.address;
+  if (parser->is_done()) {  // no body at all
+    dispatch();
+    return;
+  }
+  // A body of declared length takes its share of the budget before it is read; a
+  // chunked one takes it as it arrives.
+  const auto length = parser->content_length();
+  if (!length) {
+    readBody();
+    return;
+  }
+  const auto bytes = static_cast<std::size_t>(*length);
+  if (core->budget.tryAcquire(bytes)) {
+    heldBytes = bytes;
+    sendContinue();
+    readBody();
+    return;
+  }
+  waitForBudget(bytes);
+}
+
+template <class Stream>
+void GatewaySession<Stream>::waitForBudget(std::size_t bytes) {
+  reading = Reading::Budget;
+  wantedBytes = bytes;
+  waitId = core->nextWaitId.fetch_add(1, std::memory_order_relaxed);
+  budgetTimer.emplace(stream.get_executor());
+  budgetTimer->expires_after(core->options.bodyTimeout);
+  budgetTimer->async_wait(
+      [self = this->shared_from_this()](const error_code& error) { self->onBudgetTimeout(error); });
+  core->budget.acquire(bytes, waitId, [self = this->shared_from_this()] {
+    self->core->postBack(self->stream.get_executor(), [self] { self->onBudgetGranted(); });
+  });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onBudgetGranted() {
+  heldBytes = wantedBytes;  // released by the destructor when the session ends first
+  budgetTimer->cancel();
+  if (closed || reading != Reading::Budget) return;
+  reading = Reading::None;
+  sendContinue();
+  readBody();
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onBudgetTimeout(const error_code& error) {
+  if (error || closed || reading != Reading::Budget) return;
+  if (!core->budget.cancel(waitId)) return;  // granted meanwhile; the grant follows
+  reading = Reading::None;
+  refuseRead(503, "The gateway is busy; try again later", Rejection::Busy);
+}
+
+template <class Stream>
+void GatewaySession<Stream>::readBody() {
+  reading = Reading::Body;
+  // Body bytes already in the buffer are parsed at once.
+  if (buffer.size() > 0) {
+    error_code error;
+    const std::size_t used = parser->put(buffer.data(), error);
+    buffer.consume(used);
+    if (error != http::error::need_more && (error || used > 0)) {
+      onBody(error);
+      return;
+    }
+  }
+  beast::get_lowest_layer(stream).expires_after(core->options.bodyTimeout);
+  http::async_read_some(stream, buffer, *parser,
+                        [self = this->shared_from_this()](const error_code& error, std::size_t) {
+                          self->onBody(error);
+                        });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onBody(const error_code& error) {
+  reading = Reading::None;
+  if (error) {
+    onReadFailure(error, true);
+    return;
+  }
+  if (closed) return;
+  if (parser->chunked()) {
+    // A chunked body takes the budget as it grows, without waiting (waiting while
+    // holding a part could leave every reader waiting for the others).
+    const std::size_t size = parser->get().body().size;
+    if (size > heldBytes) {
+      if (!core->budget.tryAcquire(size - heldBytes)) {
+        refuseRead(503, "The gateway is busy; try again later", Rejection::Busy);
+        return;
+      }
+      heldBytes = size;
+    }
+  }
+  if (!parser->is_done()) {
+    readBody();
+    return;
+  }
+  dispatch();
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onReadFailure(const error_code& error, bool inBody) {
+  if (closed) return;
+  if (error == beast::error::timeout) {
+    core->metrics.rejected(inBody ? Rejection::BodyTimeout : Rejection::HeaderTimeout);
+    shutdownNow();
+  } else if (error == http::error::header_limit) {
+    refuseRead(431,
+               "Request header exceeds the limit of " +
+                   std::to_string(HttpGatewayOptions::kMaxHeaderBytes) + " bytes",
+               Rejection::HeaderSize);
+  } else if (error == http::error::body_limit) {
+    refuseRead(413,
+               "Request body exceeds the limit of " + std::to_string(core->options.maxBodyBytes) +
+                   " bytes",
+               Rejection::BodySize);
+  } else if (error == http::error::end_of_stream && !inBody) {
+    // The client closed between requests.
+    closing = true;
+    if (slots.empty() && !writing) shutdownNow();
+  } else if (error == http::error::partial_message ||
+             (error == http::error::end_of_stream && inBody)) {
+    refuseRead(400, "Request ends before its body is complete", std::nullopt);
+  } else if (isHttpError(error)) {
+    refuseRead(400, "Malformed request: " + error.message(), std::nullopt);
+  } else {
+    shutdownNow();  // the connection failed (reset, aborted, closed)
+  }
+}
+
+template <class Stream>
+void GatewaySession<Stream>::refuseRead(int status, const std::string& text,
+                                        std::optional<Rejection> why) {
+  if (why) core->metrics.rejected(*why);
+  // The request being read owns the last slot when its header was complete.
+  const bool headerRead = parser && parser->is_header_done();
+  Slot* slot = nullptr;
+  if (headerRead && !slots.empty() && !slots.back().ready) {
+    slot = &slots.back();
+  } else {
+    slot = &pushSlot(false);
+    if (parser && parser->get().version() != 0) slot->version = parser->get().version();
+  }
+  parser.reset();
+  releaseHeld();
+  closing = true;
+  answerError(*slot, status, text, true);
+  writeNext();
+}
+
+template <class Stream>
+void GatewaySession<Stream>::dispatch() {
+  reading = Reading::None;
+  auto request = parser->release();
+  parser.reset();
+  Slot& slot = slots.back();
+  const std::uint64_t sequence = slot.sequence;
+  std::string contentType(request[http::field::content_type]);
+  if (contentType.empty()) contentType = kJson;
+
+  slot.delivering = true;
+  slot.deadline = Clock::now() + core->options.deliveryTimeout;
+  watchDeliveries();
+
+  const std::size_t held = heldBytes;
+  heldBytes = 0;  // the worker gives it back once the delivery is over
+  core->workers().post([self = this->shared_from_this(), sequence, held,
+                        contentType = std::move(contentType), address = slot.address,
+                        body = std::move(request.body())]() mutable {
+    DeliveryAnswer delivered = self->core->deliver(contentType, std::move(body), address);
+    if (held >= kLargeBody) giveBackFreedMemory();
+    if (held > 0) self->core->budget.release(held);
+    self->core->postBack(self->stream.get_executor(),
+                         [self, sequence, delivered = std::move(delivered)]() mutable {
+                           self->onDelivered(sequence, std::move(delivered));
+                         });
+  });
+  maybeRead();
+}
+
+// ---- answers ------------------------------------------------------------------------
+
+template <class Stream>
+typename GatewaySession<Stream>::Slot& GatewaySession<Stream>::pushSlot(bool inFlight) {
+  slots.emplace_back();
+  Slot& slot = slots.back();
+  slot.sequence = nextSequence++;
+  slot.started = Clock::now();
+  slot.inFlight = inFlight;
+  if (inFlight) core->metrics.requestsInFlight.increment();
+  return slot;
+}
+
+template <class Stream>
+typename GatewaySession<Stream>::Slot* GatewaySession<Stream>::find(std::uint64_t sequence) {
+  if (slots.empty() || sequence < slots.front().sequence) return nullptr;
+  const std::uint64_t index = sequence - slots.front().sequence;
+  return index < slots.size() ? &slots[static_cast<std::size_t>(index)] : nullptr;
+}
+
+template <class Stream>
+void GatewaySession<Stream>::answer(Slot& slot, int status, const std::string& contentType,
+                                    common::DataBuffer&& body, bool close) {
+  slot.response.result(static_cast<unsigned>(status));
+  slot.response.version(slot.version);
+  slot.response.set(http::field::server, kServerName);
+  slot.response.set(http::field::content_type, contentType);
+  slot.response.body() = std::move(body);
+  slot.response.prepare_payload();
+  slot.close = slot.close || close;
+  slot.ready = true;
+  slot.delivering = false;
+  const double seconds = std::chrono::duration<double>(Clock::now() - slot.started).count();
+  core->metrics.answered(status, slot.inFlight ? seconds : -1.0);
+  core->served.fetch_add(1, std::memory_order_relaxed);
+}
+
+template <class Stream>
+void GatewaySession<Stream>::answerError(Slot& slot, int status, const std::string& text,
+                                         bool close) {
+  answer(slot, status, kJson, common::DataBuffer(transport::errorBody(text)), close);
+  if (status == 503 && close) slot.response.set(http::field::retry_after, "1");
+}
+
+template <class Stream>
+void GatewaySession<Stream>::answerLocally(Slot& slot, int kind) {
+  switch (kind) {
+    case RequestRoute::ListAddresses:
+      answer(slot, 200, kJson, common::DataBuffer(core->addressesJson()), false);
+      break;
+    case RequestRoute::Health:
+      if (core->draining.load()) {
+        answer(slot, 503, kJson, common::DataBuffer(std::string_view(R"({"status":"draining"})")),
+               false);
+      } else {
+        answer(slot, 200, kJson, common::DataBuffer(std::string_view(R"({"status":"ok"})")), false);
+      }
+      break;
+    default:
+      answer(slot, 200, "text/plain; version=0.0.4; charset=utf-8",
+             common::DataBuffer(core->metricsText()), false);
+      break;
+  }
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onDelivered(std::uint64_t sequence, DeliveryAnswer delivered) {
+  Slot* slot = find(sequence);
+  if (closed || slot == nullptr || slot->ready) return;  // answered 504 before, or gone
+  answer(*slot, delivered.status, delivered.contentType, std::move(delivered.body), false);
+  writeNext();
+}
+
+template <class Stream>
+void GatewaySession<Stream>::watchDeliveries() {
+  if (deliveryTimerArmed || closed) return;
+  for (const Slot& slot : slots) {
+    if (!slot.delivering) continue;
+    if (!deliveryTimer) deliveryTimer.emplace(stream.get_executor());
+    deliveryTimer->expires_at(slot.deadline);
+    deliveryTimerArmed = true;
+    deliveryTimer->async_wait([self = this->shared_from_this()](const error_code& error) {
+      self->onDeliveryTimer(error);
+    });
+    return;
+  }
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onDeliveryTimer(const error_code& error) {
+  deliveryTimerArmed = false;
+  if (error || closed) return;
+  const Clock::time_point now = Clock::now();
+  bool answered = false;
+  for (Slot& slot : slots) {
+    if (!slot.delivering || slot.deadline > now) continue;
+    core->metrics.rejected(Rejection::DeliveryTimeout);
+    const transport::FailureAnswer late =
+        transport::timedOutAnswer(slot.address, core->options.deliveryTimeout);
+    answerError(slot, late.status, late.text, false);
+    answered = true;
+  }
+  watchDeliveries();
+  if (answered) writeNext();
+}
+
+// ---- writing and closing ------------------------------------------------------------
+
+template <class Stream>
+void GatewaySession<Stream>::writeNext() {
+  if (closed || writing || slots.empty() || !slots.front().ready) return;
+  Slot& slot = slots.front();
+  // While draining, the last answer due closes the connection.
+  const bool lastWhileDraining =
+      core->draining.load() && slots.size() == 1 && reading == Reading::None;
+  const bool keepAlive = slot.keepAlive && !slot.close && !lastWhileDraining;
+  slot.response.keep_alive(keepAlive);
+  if (!keepAlive) closing = true;
+  writing = true;
+  beast::get_lowest_layer(stream).expires_after(core->options.bodyTimeout);
+  http::async_write(stream, slot.response,
+                    [self = this->shared_from_this()](const error_code& error, std::size_t) {
+                      self->onWrite(error);
+                    });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onWrite(const error_code& error) {
+  writing = false;
+  const bool keepAlive = slots.front().response.keep_alive();
+  if (slots.front().inFlight) core->metrics.requestsInFlight.decrement();
+  slots.pop_front();
+  if (error) {
+    if (error == beast::error::timeout) core->metrics.rejected(Rejection::BodyTimeout);
+    shutdownNow();
+    return;
+  }
+  if (closed) return;
+  if (!keepAlive) {
+    linger();
+    return;
+  }
+  writeNext();
+  maybeRead();
+}
+
+template <class Stream>
+void GatewaySession<Stream>::sendContinue() {
+  const auto& request = parser->get();
+  const auto expect = request[http::field::expect];
+  if (writing || slots.size() != 1 || !beast::iequals(expect, "100-continue")) return;
+  static const std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
+  // Written before the body is read; nothing else is being written (checked above), and
+  // the body read that follows does not write.
+  writing = true;
+  beast::get_lowest_layer(stream).expires_after(core->options.bodyTimeout);
+  asio::async_write(stream, asio::buffer(kContinue.data(), kContinue.size()),
+                    [self = this->shared_from_this()](const error_code& error, std::size_t) {
+                      self->writing = false;
+                      if (error) {
+                        self->shutdownNow();
+                        return;
+                      }
+                      self->writeNext();
+                    });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::linger() {
+  if (closed) return;
+  closing = true;
+  releaseHeld();
+  parser.reset();
+  closeSending(beast::get_lowest_layer(stream));
+  buffer.consume(buffer.size());
+  beast::get_lowest_layer(stream).expires_after(
+      std::min<std::chrono::milliseconds>(kLinger, core->options.bodyTimeout));
+  reading = Reading::Idle;
+  stream.async_read_some(buffer.prepare(4096), [self = this->shared_from_this()](
+                                                   const error_code& error, std::size_t bytes) {
+    self->buffer.commit(bytes);
+    self->onLinger(error);
+  });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onLinger(const error_code& error) {
+  reading = Reading::None;
+  if (error || closed) {
+    shutdownNow();
+    return;
+  }
+  buffer.consume(buffer.size());
+  reading = Reading::Idle;
+  stream.async_read_some(buffer.prepare(4096), [self = this->shared_from_this()](
+                                                   const error_code& error, std::size_t bytes) {
+    self->buffer.commit(bytes);
+    self->onLinger(error);
+  });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::shutdownNow() {
+  if (closed) return;
+  closed = true;
+  closing = true;
+  if (reading == Reading::Budget && core->budget.cancel(waitId)) reading = Reading::None;
+  if (budgetTimer) budgetTimer->cancel();
+  if (deliveryTimer) deliveryTimer->cancel();
+  for (Slot& slot : slots) {
+    slot.delivering = false;
+  }
+  beast::get_lowest_layer(stream).close();
+}
+
+template <class Stream>
+void GatewaySession<Stream>::releaseHeld() {
+  if (heldBytes > 0) {
+    core->budget.release(heldBytes);
+    heldBytes = 0;
+  }
+}
+
+template class GatewaySession<beast::tcp_stream>;
+
+}  // namespace connector::net::detail

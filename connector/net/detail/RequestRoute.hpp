@@ -1,0 +1,34 @@
+// detail::routeRequest: what the gateway does with a request, decided from its method
+// and target alone, before any body is read. Private to connector/net.
+//
+//   RequestRoute route = routeRequest("POST", "/shop%2FReserveItem");
+//   // route.kind == RequestRoute::Deliver, route.address == "shop/ReserveItem"
+//
+// Paths: "/" lists the bound addresses (GET), "/healthz" and "/metrics" are reserved
+// (GET), every other path names an address (POST). Any other method is refused 405
+// with the Allow header naming the one that is allowed; a target that cannot be decoded
+// is refused 400.
+//
+// Thread-safety: a plain function.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace connector::net::detail {
+
+inline constexpr std::string_view kHealthPath = "/healthz";
+inline constexpr std::string_view kMetricsPath = "/metrics";
+
+struct RequestRoute {
+  enum Kind { ListAddresses, Health, Metrics, Deliver, Refuse };
+  Kind kind = Refuse;
+  std::string address;  // Deliver: the address, without the leading '/'
+  int status = 0;       // Refuse: 400 or 405
+  std::string text;     // Refuse: the error text
+  std::string allow;    // Refuse 405: the allowed method
+};
+
+RequestRoute routeRequest(std::string_view method, std::string_view target);
+
+}  // namespace connector::net::detail
