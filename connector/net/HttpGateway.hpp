@@ -18,19 +18,21 @@
 //   GET /  200 {"addresses":["shop/CancelOrder","shop/ReserveItem"]} (bound addresses, sorted)
 //   GET /healthz  200 {"status":"ok"}; 503 {"status":"draining"} once stop() began
 //   GET /metrics  200, the gateway's metrics in the Prometheus text format
+//   GET /schemas  200, options.schemas ({"<type name>": <JSON Schema>, ...}), or {}
 //   400  the service refused the request as invalid (std::invalid_argument), e.g. bytes
 //        that are not JSON for a registered type; a malformed request or request target;
 //        a body that ends before its declared length
 //   404  nothing bound at <address>: "No service bound at address '<address>'"
-//   405  a method other than POST on an address, other than GET on "/", "/healthz" or
-//        "/metrics", with an Allow header
+//   405  a method other than POST on an address, other than GET on "/", "/healthz",
+//        "/metrics" or "/schemas", with an Allow header
 //   413  a body over maxBodyBytes: "Request body exceeds the limit of <n> bytes"
 //   431  a header over 8 KiB: "Request header exceeds the limit of 8192 bytes"
 //   503  the service is not running: "Service exists but is not running."; too many
 //        connections; no room in the in-flight budget (with Retry-After)
 //   504  no answer within deliveryTimeout: "No answer from '<address>' within <n> ms"
 //   500  anything else, with the failure's text
-// "/healthz" and "/metrics" are reserved: no address of that name can be reached. Answers
+// "/healthz", "/metrics" and "/schemas" are reserved: no address of that name can be
+// reached. Answers
 // that leave a request's body unread (405, 413, 431, 503 busy) close the connection. The
 // gateway keeps serving after every one of them. See HttpGatewayOptions for the limits
 // and deadlines.

@@ -79,6 +79,10 @@ struct HttpGatewayOptions {
   // open then are closed. Positive.
   std::chrono::milliseconds drainTimeout{10000};
 
+  // The JSON document answered to GET /schemas (application/json), normally
+  // {"<type name>": <JSON Schema>, ...} for the message types served. Empty: "{}".
+  std::string schemas;
+
   // Where the gateway's metrics go (GET /metrics shows all of this registry). Null: the
   // gateway makes its own. Share one registry to show another transport's metrics too.
   std::shared_ptr<transport::MetricsRegistry> metrics;

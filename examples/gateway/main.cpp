@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <exception>
 #include <iostream>
+#include <sstream>
 #include <string>
 
 #include <pthread.h>
@@ -25,6 +26,7 @@
 #include <connector/net/HttpGateway.hpp>
 
 #include "shop/ShopNodes.hpp"
+#include "shop/ShopTypes.hpp"
 
 namespace {
 
@@ -177,6 +179,13 @@ void printLimits(const connector::net::HttpGatewayOptions& options, rlim_t openF
   }
 }
 
+// GET /schemas: the JSON Schemas of the shop's message types, by type name.
+std::string schemasText() {
+  std::ostringstream out;
+  shop::shopSchemas()->stringify(out, 0, -1);
+  return out.str();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -196,6 +205,7 @@ int main(int argc, char** argv) {
 
   try {
     shop::ShopNodes nodes;  // the far node: gateway router -> deserializers -> services
+    options.schemas = schemasText();
     connector::net::HttpGateway gateway(nodes.gateway, options);
     gateway.start();
     std::cout << "listening on " << gateway.url() << std::endl;

@@ -464,6 +464,13 @@ void GatewaySession<Stream>::answerLocally(Slot& slot, int kind) {
         answer(slot, 200, kJson, common::DataBuffer(std::string_view(R"({"status":"ok"})")), false);
       }
       break;
+    case RequestRoute::Schemas:
+      answer(slot, 200, kJson,
+             common::DataBuffer(core->options.schemas.empty()
+                                    ? std::string_view("{}")
+                                    : std::string_view(core->options.schemas)),
+             false);
+      break;
     default:
       answer(slot, 200, "text/plain; version=0.0.4; charset=utf-8",
              common::DataBuffer(core->metricsText()), false);
