@@ -53,7 +53,7 @@ void closeSending(beast::tcp_stream& stream) noexcept {
 template <class Stream>
 GatewaySession<Stream>::GatewaySession(Stream&& stream, std::shared_ptr<GatewayCore> core,
                                        bool counted)
-    : stream(std::move(stream)), core(std::move(core)), counted(counted) {
+    : core(std::move(core)), counted(counted), stream(std::move(stream)) {
   if (counted) this->core->metrics.connectionsOpen.increment();
 }
 

@@ -121,11 +121,13 @@ class GatewaySession : public SessionBase,
   void shutdownNow();
   void releaseHeld();
 
+  // The core owns the io_context the stream's timers live in: declared first, it is
+  // released last, after the stream, when the session is the last one to hold it.
+  const std::shared_ptr<GatewayCore> core;
+  const bool counted;
   Stream stream;
   boost::beast::flat_buffer buffer;
   std::optional<Parser> parser;
-  const std::shared_ptr<GatewayCore> core;
-  const bool counted;
 
   std::deque<Slot> slots;  // answers in request order
   std::uint64_t nextSequence = 0;
