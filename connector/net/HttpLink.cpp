@@ -71,7 +71,8 @@ std::string describeStatus(const Poco::Net::HTTPResponse& response, std::string_
 
 }  // namespace
 
-HttpLink::HttpLink(const std::string& baseUrl, HttpLinkOptions options) : linkOptions(options) {
+HttpLink::HttpLink(const std::string& baseUrl, HttpLinkOptions options)
+    : linkOptions(std::move(options)) {
   const std::string badUrl = "HttpLink needs an http:// or https:// URL, not '" + baseUrl + "'";
   Poco::URI uri;
   try {
@@ -84,17 +85,17 @@ HttpLink::HttpLink(const std::string& baseUrl, HttpLinkOptions options) : linkOp
       !uri.getFragment().empty()) {
     throw std::invalid_argument(badUrl);
   }
-  if (options.connectTimeout.count() <= 0 || options.readTimeout.count() <= 0) {
+  if (linkOptions.connectTimeout.count() <= 0 || linkOptions.readTimeout.count() <= 0) {
     throw std::invalid_argument("HttpLink time-outs must be positive");
   }
-  if (!secure && !options.caFile.empty()) {
+  if (!secure && !linkOptions.caFile.empty()) {
     throw std::invalid_argument("HttpLink takes a CA file only with an https:// URL");
   }
-  if (!options.bearerToken.empty() && !detail::BearerTokens::isToken(options.bearerToken)) {
+  if (!linkOptions.bearerToken.empty() && !detail::BearerTokens::isToken(linkOptions.bearerToken)) {
     throw std::invalid_argument(
         "HttpLink bearer token holds a character a bearer token cannot hold");
   }
-  if (secure) tls = std::make_shared<const detail::LinkTls>(options.caFile);
+  if (secure) tls = std::make_shared<const detail::LinkTls>(linkOptions.caFile);
   host = uri.getHost();
   port = uri.getPort();
   Poco::URI::encode(uri.getPath(), "?#", basePath);
