@@ -35,6 +35,10 @@ std::unique_ptr<ssl::context> makeTlsServerContext(const std::string& certificat
                        ssl::context::single_dh_use);
   SSL_CTX_set_options(native, SSL_OP_NO_RENEGOTIATION | SSL_OP_CIPHER_SERVER_PREFERENCE);
   SSL_CTX_set_cipher_list(native, kTls12Ciphers);
+  // Resumption by stateless tickets only: no server-side session cache to grow with the
+  // number of clients (or to sweep), and one ticket per full handshake instead of two.
+  SSL_CTX_set_session_cache_mode(native, SSL_SESS_CACHE_OFF);
+  SSL_CTX_set_num_tickets(native, 1);
   // A key that needs a passphrase fails to load instead of prompting on the terminal.
   context->set_password_callback([](std::size_t, ssl::context::password_purpose) { return ""; });
 
