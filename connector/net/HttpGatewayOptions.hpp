@@ -1,11 +1,15 @@
 // connector::net::HttpGatewayOptions: where an HttpGateway listens, how many threads it
-// runs, and the limits and deadlines that keep any client from holding it up.
+// runs, the limits and deadlines that keep any client from holding it up, and HTTPS and
+// bearer tokens that keep the wrong clients out.
 //
 //   connector::net::HttpGatewayOptions options;
 //   options.port = 0;                                  // any free port; port() tells which
 //   options.threads = 8;                               // deliveries at once
 //   options.maxBodyBytes = 256 * 1024;
 //   options.headerTimeout = std::chrono::seconds(5);
+//   options.tlsCertificateFile = "/etc/shop/chain.pem";   // HTTPS
+//   options.tlsKeyFile = "/etc/shop/key.pem";
+//   options.authTokensFile = "/etc/shop/tokens";          // bearer tokens
 //   connector::net::HttpGateway gateway(router, options);
 //
 // Every limit answers or closes one client and leaves the others alone; none of them
