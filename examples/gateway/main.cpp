@@ -9,7 +9,8 @@
 // At start it raises its open-file limit to the hard limit (every connection is a
 // descriptor) and prints the limits it runs with. SIGINT or SIGTERM drains it: it stops
 // accepting, answers the requests already read, prints how many requests it served and
-// exits 0.
+// exits 0. With --tls-cert and --tls-key it serves HTTPS; with --auth-tokens it asks every
+// request but GET /healthz for a bearer token, and SIGHUP re-reads the tokens file.
 #include <sys/resource.h>
 
 #include <chrono>
@@ -25,6 +26,7 @@
 #include <connector/json.hpp>
 #include <connector/net/HttpGateway.hpp>
 
+#include "SecurityFlags.hpp"
 #include "shop/ShopNodes.hpp"
 #include "shop/ShopTypes.hpp"
 
@@ -51,10 +53,16 @@ const char* const kUsage =
     "  --delivery-timeout S         time for a service's answer; then 504 (default 30)\n"
     "  --drain-timeout S            time to answer requests in flight on SIGINT/SIGTERM\n"
     "                               (default 10)\n"
+    "  --tls-cert FILE              serve HTTPS with this PEM certificate chain (needs\n"
+    "                               --tls-key)\n"
+    "  --tls-key FILE               the PEM private key of --tls-cert, not encrypted\n"
+    "  --auth-tokens FILE           accept only requests with \"Authorization: Bearer T\",\n"
+    "                               T a line of FILE (GET /healthz needs none); SIGHUP\n"
+    "                               re-reads FILE\n"
     "  --help                       print this text\n"
     "\n"
-    "Prints its limits, then \"listening on http://HOST:PORT\" once it serves; SIGINT or\n"
-    "SIGTERM drains it and exits 0.\n";
+    "Prints its limits, then \"listening on http://HOST:PORT\" (https:// with --tls-cert)\n"
+    "once it serves; SIGINT or SIGTERM drains it and exits 0.\n";
 
 bool parseNumber(const std::string& text, unsigned long long max, unsigned long long& value) {
   if (text.empty() || text.size() > 12 ||
@@ -126,6 +134,7 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
       good = parseSeconds(value, options.deliveryTimeout);
     } else if (arg == "--drain-timeout") {
       good = parseSeconds(value, options.drainTimeout);
+    } else if (security::parseFlag(arg, value, options)) {  // see SecurityFlags.hpp
     } else {
       std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
       return 2;
@@ -198,10 +207,12 @@ int main(int argc, char** argv) {
   sigemptyset(&stopSignals);
   sigaddset(&stopSignals, SIGINT);
   sigaddset(&stopSignals, SIGTERM);
+  sigaddset(&stopSignals, SIGHUP);  // re-reads the tokens file
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
   const rlim_t openFiles = raiseOpenFileLimit();
   printLimits(options, openFiles);
+  security::printSettings(options);
 
   try {
     shop::ShopNodes nodes;  // the far node: gateway router -> deserializers -> services
@@ -211,7 +222,9 @@ int main(int argc, char** argv) {
     std::cout << "listening on " << gateway.url() << std::endl;
 
     int signal = 0;
-    sigwait(&stopSignals, &signal);
+    while (sigwait(&stopSignals, &signal) == 0 && signal == SIGHUP) {
+      security::reloadOnHangup(gateway);
+    }
     gateway.stop();
     std::cout << "connector-gateway: stopped on signal " << signal << ", served "
               << gateway.requestsServed() << " requests" << std::endl;

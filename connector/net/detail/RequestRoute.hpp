@@ -24,10 +24,11 @@ inline constexpr std::string_view kSchemasPath = "/schemas";
 struct RequestRoute {
   enum Kind { ListAddresses, Health, Metrics, Schemas, Deliver, Refuse };
   Kind kind = Refuse;
-  std::string address;  // Deliver: the address, without the leading '/'
-  int status = 0;       // Refuse: 400 or 405
-  std::string text;     // Refuse: the error text
-  std::string allow;    // Refuse 405: the allowed method
+  std::string address;     // Deliver: the address, without the leading '/'
+  int status = 0;          // Refuse: 400 or 405
+  std::string text;        // Refuse: the error text
+  std::string allow;       // Refuse 405: the allowed method
+  bool challenge = false;  // Refuse 401: the answer asks for a bearer token
 };
 
 RequestRoute routeRequest(std::string_view method, std::string_view target);
