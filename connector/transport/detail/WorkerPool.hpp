@@ -1,6 +1,7 @@
-// detail::WorkerPool: the threads that run a gateway's deliveries, which block in
-// Future::get while a service works, so that the I/O threads never do. Private to
-// connector/net.
+// detail::WorkerPool: the threads that run a transport's deliveries, which block in
+// Future::get while a service works, so that the threads that receive requests (the
+// HTTP gateway's I/O threads, the NATS listener's delivery thread) never do. Shared by
+// the transports, not part of the public API.
 //
 //   WorkerPool pool(16);
 //   pool.post([] { /* deliver, then post the answer back to the session */ });
@@ -29,9 +30,11 @@
 #include <thread>
 #include <vector>
 
-namespace connector::net::detail {
+#include "connector/Export.hpp"
 
-class WorkerPool {
+namespace connector::transport::detail {
+
+class CONNECTOR_API WorkerPool {
  public:
   explicit WorkerPool(int count);
   // Stops with no grace (see stop()).
@@ -69,4 +72,4 @@ class WorkerPool {
   std::vector<std::thread> threads;
 };
 
-}  // namespace connector::net::detail
+}  // namespace connector::transport::detail

@@ -1,8 +1,8 @@
-#include "connector/net/detail/WorkerPool.hpp"
+#include "connector/transport/detail/WorkerPool.hpp"
 
 #include <utility>
 
-namespace connector::net::detail {
+namespace connector::transport::detail {
 
 WorkerPool::WorkerPool(int count) : shared(std::make_shared<Shared>()) {
   shared->running = static_cast<std::size_t>(count);
@@ -98,4 +98,4 @@ void WorkerPool::stop(std::chrono::milliseconds grace) noexcept {
   if (allDone) shared.reset();
 }
 
-}  // namespace connector::net::detail
+}  // namespace connector::transport::detail
