@@ -34,6 +34,7 @@
 #include "connector/host/Router.hpp"
 #include "connector/net/HttpGatewayOptions.hpp"
 #include "connector/net/detail/InFlightBudget.hpp"
+#include "connector/transport/DeliveryAnswer.hpp"
 #include "connector/transport/MetricsRegistry.hpp"
 #include "connector/transport/detail/WorkerPool.hpp"
 
@@ -87,11 +88,7 @@ class GatewayMetrics {
 };
 
 // A delivery's answer, made on a worker thread.
-struct DeliveryAnswer {
-  int status = 200;
-  std::string contentType;
-  common::DataBuffer body;
-};
+using transport::DeliveryAnswer;
 
 class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
  public:
