@@ -1,6 +1,8 @@
 // connector-gateway: the shop's far node behind an HTTP gateway. Any HTTP client reaches
 // its services by POSTing JSON to http://HOST:PORT/shop/ReserveItem or /shop/CancelOrder;
-// bridge_demo --http URL runs the demo's client node against it.
+// bridge_demo --http URL runs the demo's client node against it. With --nats URL it also
+// serves them over NATS (bridge_demo --nats URL); with --forward URL it is an HTTP edge
+// without services that forwards every request over NATS (NatsMode.hpp).
 //
 //   connector-gateway --port 0          # prints "listening on http://127.0.0.1:PORT"
 //   curl -H 'Content-Type: application/json' http://127.0.0.1:PORT/shop/ReserveItem
@@ -24,6 +26,7 @@
 #include <connector/json.hpp>
 #include <connector/net/HttpGateway.hpp>
 
+#include "NatsMode.hpp"
 #include "shop/ShopNodes.hpp"
 
 namespace {
@@ -49,10 +52,17 @@ const char* const kUsage =
     "  --delivery-timeout S         time for a service's answer; then 504 (default 30)\n"
     "  --drain-timeout S            time to answer requests in flight on SIGINT/SIGTERM\n"
     "                               (default 10)\n"
+    "  --nats URL                   also serve the services over NATS at URL, e.g.\n"
+    "                               nats://127.0.0.1:4222 (subjects connector.<address with\n"
+    "                               '.' for '/'>, queue group connector); /metrics then counts\n"
+    "                               connector_nats_requests_total too\n"
+    "  --forward URL                serve no services: forward every POST /<address> over\n"
+    "                               NATS at URL to whichever service process listens (an\n"
+    "                               HTTP edge; --delivery-timeout bounds each request)\n"
     "  --help                       print this text\n"
     "\n"
     "Prints its limits, then \"listening on http://HOST:PORT\" once it serves; SIGINT or\n"
-    "SIGTERM drains it and exits 0.\n";
+    "SIGTERM drains it (NATS first, then HTTP) and exits 0.\n";
 
 bool parseNumber(const std::string& text, unsigned long long max, unsigned long long& value) {
   if (text.empty() || text.size() > 12 ||
@@ -124,6 +134,8 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
       good = parseSeconds(value, options.deliveryTimeout);
     } else if (arg == "--drain-timeout") {
       good = parseSeconds(value, options.drainTimeout);
+    } else if (natsmode::accept(arg, value)) {
+      good = !value.empty();
     } else {
       std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
       return 2;
@@ -182,6 +194,10 @@ void printLimits(const connector::net::HttpGatewayOptions& options, rlim_t openF
 int main(int argc, char** argv) {
   connector::net::HttpGatewayOptions options;
   if (int status = parseOptions(argc, argv, options); status >= 0) return status;
+  if (const std::string conflict = natsmode::conflict(); !conflict.empty()) {
+    std::cerr << "connector-gateway: " << conflict << "\n";
+    return 2;
+  }
 
   // Block the stop signals before any thread starts, so that every thread inherits the
   // mask and only sigwait below receives them.
@@ -195,16 +211,25 @@ int main(int argc, char** argv) {
   printLimits(options, openFiles);
 
   try {
-    shop::ShopNodes nodes;  // the far node: gateway router -> deserializers -> services
-    connector::net::HttpGateway gateway(nodes.gateway, options);
-    gateway.start();
-    std::cout << "listening on " << gateway.url() << std::endl;
+    // The far node (gateway router -> deserializers -> services), unless an edge.
+    const auto nodes = natsmode::forwarding() ? nullptr : std::make_unique<shop::ShopNodes>();
+    const auto gateway = nodes ? std::make_unique<connector::net::HttpGateway>(nodes->gateway,
+                                                                               options)
+                               : natsmode::edge(options);
+    const auto listener = nodes ? natsmode::serve(nodes->gateway, *gateway, options) : nullptr;
+    gateway->start();
+    std::cout << "listening on " << gateway->url() << std::endl;
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
-    gateway.stop();
+    if (listener) {
+      listener->stop();  // leaves the queue group first; HTTP goes on meanwhile
+      std::cout << "connector-gateway: served " << listener->requestsServed()
+                << " requests over NATS" << std::endl;
+    }
+    gateway->stop();
     std::cout << "connector-gateway: stopped on signal " << signal << ", served "
-              << gateway.requestsServed() << " requests" << std::endl;
+              << gateway->requestsServed() << " requests" << std::endl;
   } catch (const std::exception& error) {
     std::cerr << "connector-gateway: " << error.what() << std::endl;
     return 1;
