@@ -65,7 +65,7 @@ std::string NatsListener::subject() const { return core->subject(); }
 std::uint64_t NatsListener::requestsServed() const noexcept { return core->served(); }
 
 std::shared_ptr<transport::MetricsRegistry> NatsListener::metrics() const {
-  return core->registry;
+  return core->registry();
 }
 
 }  // namespace connector::nats

@@ -30,10 +30,11 @@
 // is delivered and its answer dropped. Each answer is counted in the metrics as
 // connector_nats_requests_total{status="<status>"} (200 for a service's answer).
 //
-// Threads: nats.c's delivery thread of the subscription hands each request to a pool of
-// `threads` workers, which deliver, wait for the service and publish the answer. With
-// every worker busy the delivery thread waits, and further requests wait in nats.c's
-// queue (bounded by maxPendingMessages / maxPendingBytes).
+// Threads: `threads` workers take the requests from the subscription (nats.c's
+// synchronous kind: a request goes from nats.c's reader thread straight to a waiting
+// worker), deliver them, wait for the service and publish the answers. With every worker
+// busy, further requests wait in nats.c's queue of the subscription (bounded by
+// maxPendingMessages / maxPendingBytes).
 //
 // Lifecycle: the constructor connects; start() subscribes; stop() drains. A stopped
 // listener cannot be started again: make a new one.

@@ -30,9 +30,9 @@ struct NatsListenerOptions : NatsConnectionOptions {
   // number of listeners (in any number of processes) share the load. Not empty, no
   // whitespace.
   std::string queueGroup = "connector";
-  // Deliveries run at once (they block while the service works). When all threads are
-  // busy, further requests wait in nats.c's queue of the subscription (see the two
-  // limits below). At least 1.
+  // Worker threads: deliveries run at once (they block while the service works). When
+  // all of them are busy, further requests wait in nats.c's queue of the subscription
+  // (see the two limits below). At least 1.
   int threads = 16;
   // Requests received and waiting for a thread, at most; past either limit the server's
   // further messages are dropped (nats.c reports a slow consumer) and their requesters

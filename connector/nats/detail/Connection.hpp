@@ -66,6 +66,9 @@ class Connection {
   // which no event reaches the owner. Idempotent. Never throws.
   void close() noexcept;
 
+  // Whether close() was called (by the owner's thread).
+  bool closed() const noexcept { return closeDone; }
+
  private:
   // What nats.c's callbacks reach; outlives the connection when nats.c is late to call
   // back (see close()).

@@ -7,7 +7,6 @@
 #include "connector/nats/NatsHeaders.hpp"
 #include "connector/nats/Subjects.hpp"
 #include "connector/nats/detail/Headers.hpp"
-#include "connector/transport/DeliveryAnswer.hpp"
 #include "connector/transport/ErrorBody.hpp"
 #include "connector/transport/MetricNames.hpp"
 
@@ -18,17 +17,55 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// How long drain() lets the workers finish once their answers are written.
-constexpr std::chrono::milliseconds kWorkerGrace{100};
+// How long a worker waits in NextMsg before it looks whether the listener stops.
+constexpr std::int64_t kPullWaitMillis = 100;
 // How long drain() waits for the last answers to reach the server, at most.
 constexpr std::chrono::milliseconds kFlushWait{2000};
+// How long drain() waits for the workers to end once nothing is left to serve.
+constexpr std::chrono::milliseconds kWorkerGrace{500};
 
 std::int64_t millisUntil(Clock::time_point deadline) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
   return std::max<std::int64_t>(left.count(), 1);
 }
 
+// A listener's connection reports nothing it acts on: nats.c reconnects and renews the
+// subscription by itself, and requests lost meanwhile time out at their requesters.
+ConnectionEvents& quietEvents() {
+  static ConnectionEvents events;
+  return events;
+}
+
 }  // namespace
+
+struct ListenerCore::State {
+  State(std::shared_ptr<Router> router, const NatsListenerOptions& options)
+      : router(std::move(router)),
+        options(options),
+        registry(options.metrics ? options.metrics
+                                 : std::make_shared<transport::MetricsRegistry>()),
+        counters(*registry),
+        connection(std::make_unique<Connection>(options, "NatsListener", quietEvents())) {}
+
+  const std::shared_ptr<Router> router;
+  const NatsListenerOptions options;
+  const std::shared_ptr<transport::MetricsRegistry> registry;
+  AnswerCounters counters;
+  std::atomic<std::uint64_t> answered{0};
+  // Closed by drain(); destroyed with the state, after the last worker.
+  const std::unique_ptr<Connection> connection;
+
+  // Held shared while a worker waits in NextMsg (and counts what it took), exclusively
+  // to end the subscription: no worker is inside nats.c's subscription then.
+  std::shared_mutex pullGate;
+  natsSubscription* subscription = nullptr;  // guarded by pullGate
+  bool stopping = false;                     // guarded by pullGate
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  int busy = 0;     // guarded by mutex: requests taken and not yet answered
+  int running = 0;  // guarded by mutex: worker threads not ended
+};
 
 AnswerCounters::AnswerCounters(transport::MetricsRegistry& registry) : registry(registry) {
   for (std::size_t i = 0; i < kKnown.size(); ++i) {
@@ -57,100 +94,139 @@ void AnswerCounters::count(int status) {
 }
 
 ListenerCore::ListenerCore(std::shared_ptr<Router> router, const NatsListenerOptions& options)
-    : registry(options.metrics ? options.metrics : std::make_shared<transport::MetricsRegistry>()),
-      router(std::move(router)),
-      options(options),
-      counters(*registry),
-      workers(std::make_unique<transport::detail::WorkerPool>(options.threads)),
-      connection(std::make_unique<Connection>(options, "NatsListener", *this)) {}
+    : state(std::make_shared<State>(std::move(router), options)) {}
 
-ListenerCore::~ListenerCore() {
-  drain();
-  connection.reset();
+ListenerCore::~ListenerCore() { drain(); }
+
+std::string ListenerCore::subject() const { return state->options.subjectPrefix + ".>"; }
+
+std::uint64_t ListenerCore::served() const noexcept {
+  return state->answered.load(std::memory_order_relaxed);
+}
+
+std::shared_ptr<transport::MetricsRegistry> ListenerCore::registry() const {
+  return state->registry;
 }
 
 void ListenerCore::subscribe() {
   const std::string served = subject();
-  natsStatus status =
-      natsConnection_QueueSubscribe(&subscription, connection->get(), served.c_str(),
-                                    options.queueGroup.c_str(), &ListenerCore::onRequest, this);
+  natsConnection* connection = state->connection->get();
+  natsSubscription* made = nullptr;
+  natsStatus status = natsConnection_QueueSubscribeSync(&made, connection, served.c_str(),
+                                                        state->options.queueGroup.c_str());
   if (status == NATS_OK) {
-    status = natsSubscription_SetPendingLimits(subscription, options.maxPendingMessages,
-                                               static_cast<int>(options.maxPendingBytes));
+    status = natsSubscription_SetPendingLimits(made, state->options.maxPendingMessages,
+                                               static_cast<int>(state->options.maxPendingBytes));
   }
   // The server has the subscription once it answered the flush's PING.
   if (status == NATS_OK) {
-    status = natsConnection_FlushTimeout(connection->get(), options.connectTimeout.count());
+    status = natsConnection_FlushTimeout(connection, state->options.connectTimeout.count());
   }
   if (status != NATS_OK) {
-    if (subscription != nullptr) natsSubscription_Destroy(subscription);
-    subscription = nullptr;
+    if (made != nullptr) natsSubscription_Destroy(made);
     throw std::runtime_error("NatsListener cannot subscribe to " + served + ": " +
                              natsStatus_GetText(status));
+  }
+  {
+    std::unique_lock<std::shared_mutex> gate(state->pullGate);
+    state->subscription = made;
+  }
+  workers.reserve(static_cast<std::size_t>(state->options.threads));
+  for (int i = 0; i < state->options.threads; ++i) {
+    {
+      std::lock_guard<std::mutex> lock(state->mutex);
+      ++state->running;
+    }
+    workers.emplace_back([shared = state] { work(shared); });
   }
 }
 
 void ListenerCore::drain() noexcept {
-  if (!connection) return;
-  const Clock::time_point deadline = Clock::now() + options.drainTimeout;
+  State& s = *state;
+  if (s.connection->closed()) return;
+  const Clock::time_point deadline = Clock::now() + s.options.drainTimeout;
+  natsSubscription* subscription = nullptr;
+  {
+    std::shared_lock<std::shared_mutex> gate(s.pullGate);
+    subscription = s.subscription;
+  }
   if (subscription != nullptr) {
     // The server sends nothing more once it has the unsubscription; what it sent before
-    // still reaches onRequest, and so the workers.
-    if (natsSubscription_DrainTimeout(subscription, options.drainTimeout.count()) == NATS_OK) {
+    // is still taken by the workers.
+    if (natsSubscription_DrainTimeout(subscription, s.options.drainTimeout.count()) == NATS_OK) {
       natsSubscription_WaitForDrainCompletion(subscription, millisUntil(deadline));
     }
+    // Once no worker is inside the subscription, every request taken is counted busy.
+    std::unique_lock<std::shared_mutex> gate(s.pullGate);
+    s.stopping = true;
+    natsSubscription_Destroy(s.subscription);
+    s.subscription = nullptr;
   }
-  waitIdle(deadline);
   {
-    std::lock_guard<std::mutex> lock(slotsMutex);
-    giveUp = true;  // a delivery thread still waiting for a worker drops its request
+    std::unique_lock<std::mutex> lock(s.mutex);
+    s.changed.wait_until(lock, deadline, [&s] { return s.busy == 0; });
   }
-  slotFreed.notify_all();
-  natsConnection_FlushTimeout(connection->get(),
+  natsConnection_FlushTimeout(s.connection->get(),
                               std::min<std::int64_t>(millisUntil(deadline), kFlushWait.count()));
-  workers->stop(kWorkerGrace);
-  if (subscription != nullptr) {
-    natsSubscription_Destroy(subscription);
-    subscription = nullptr;
-  }
-  connection->close();
-}
-
-bool ListenerCore::waitIdle(Clock::time_point deadline) {
-  std::unique_lock<std::mutex> lock(slotsMutex);
-  return slotFreed.wait_until(lock, deadline, [this] { return busy == 0; });
-}
-
-void ListenerCore::onRequest(natsConnection* /*connection*/, natsSubscription* /*subscription*/,
-                             natsMsg* message, void* closure) {
-  auto* core = static_cast<ListenerCore*>(closure);
-  std::shared_ptr<natsMsg> request(message, &natsMsg_Destroy);
+  s.connection->close();
+  bool ended = false;
   {
-    // A worker for every request taken: with all of them busy, further requests wait in
-    // nats.c's queue of the subscription, which its pending limits bound.
-    std::unique_lock<std::mutex> lock(core->slotsMutex);
-    core->slotFreed.wait(lock, [core] { return core->busy < core->options.threads || core->giveUp; });
-    if (core->giveUp) return;
-    ++core->busy;
+    std::unique_lock<std::mutex> lock(s.mutex);
+    ended = s.changed.wait_for(lock, kWorkerGrace, [&s] { return s.running == 0; });
   }
-  core->workers->post([core, request] { core->serve(request.get()); });
+  for (std::thread& worker : workers) {
+    if (ended) {
+      worker.join();
+    } else {
+      worker.detach();  // still in a delivery: it keeps the state until it returns
+    }
+  }
+  workers.clear();
 }
 
-void ListenerCore::serve(natsMsg* request) {
-  struct Release {
-    ListenerCore& core;
-    ~Release() {
-      {
-        std::lock_guard<std::mutex> lock(core.slotsMutex);
-        --core.busy;
+void ListenerCore::work(const std::shared_ptr<State>& state) {
+  State& s = *state;
+  for (;;) {
+    natsMsg* request = nullptr;
+    natsStatus status = NATS_OK;
+    {
+      std::shared_lock<std::shared_mutex> gate(s.pullGate);
+      if (s.stopping || s.subscription == nullptr) break;
+      status = natsSubscription_NextMsg(&request, s.subscription, kPullWaitMillis);
+      if (status == NATS_OK) {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        ++s.busy;
       }
-      core.slotFreed.notify_all();
     }
-  } release{*this};
+    if (status == NATS_OK) {
+      serve(s, request);
+      {
+        std::lock_guard<std::mutex> lock(s.mutex);
+        --s.busy;
+      }
+      s.changed.notify_all();
+      continue;
+    }
+    if (status == NATS_INVALID_SUBSCRIPTION || status == NATS_CONNECTION_CLOSED) break;
+    if (status != NATS_TIMEOUT) {
+      // A slow-consumer notice (requests were dropped), or the connection is away: the
+      // next request is taken as usual.
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  {
+    std::lock_guard<std::mutex> lock(s.mutex);
+    --s.running;
+  }
+  s.changed.notify_all();
+}
 
+void ListenerCore::serve(State& state, natsMsg* request) {
+  const MsgPtr owned(request);
   transport::DeliveryAnswer answer;
   try {
-    const std::string address = addressFor(natsMsg_GetSubject(request), options.subjectPrefix).str();
+    const std::string address =
+        addressFor(natsMsg_GetSubject(request), state.options.subjectPrefix).str();
     const char* contentType = nullptr;
     if (natsMsgHeader_Get(request, kContentTypeHeader, &contentType) != NATS_OK ||
         contentType == nullptr || *contentType == '\0') {
@@ -158,8 +234,8 @@ void ListenerCore::serve(natsMsg* request) {
     }
     common::DataBuffer body(natsMsg_GetData(request),
                             static_cast<std::size_t>(natsMsg_GetDataLength(request)));
-    answer = transport::deliverForAnswer(router.get(), nullptr, contentType, std::move(body),
-                                         address);
+    answer = transport::deliverForAnswer(state.router.get(), nullptr, contentType,
+                                         std::move(body), address);
   } catch (const std::invalid_argument& refused) {
     answer = {400, kDefaultContentType, common::DataBuffer(transport::errorBody(refused.what()))};
   } catch (const std::exception& failure) {  // out of memory
@@ -168,21 +244,21 @@ void ListenerCore::serve(natsMsg* request) {
 
   const char* reply = natsMsg_GetReply(request);
   const bool answering = reply != nullptr && *reply != '\0';
-  if (answering) fitAnswer(answer);
+  if (answering) fitAnswer(state, answer);
   // Counted before the answer leaves, so that whoever has the answer sees it counted.
-  counters.count(answer.status);
-  answered.fetch_add(1, std::memory_order_relaxed);
-  if (answering) publish(reply, answer);
+  state.counters.count(answer.status);
+  state.answered.fetch_add(1, std::memory_order_relaxed);
+  if (answering) publish(state, reply, answer);
 }
 
-void ListenerCore::fitAnswer(transport::DeliveryAnswer& answer) const {
+void ListenerCore::fitAnswer(State& state, transport::DeliveryAnswer& answer) {
   const std::string status = std::to_string(answer.status);
   const std::size_t bytes =
       answer.body.size +
       (answer.status == 200 ? headerBytes({{kContentTypeHeader, answer.contentType}})
                             : headerBytes({{kContentTypeHeader, answer.contentType},
                                            {kStatusHeader, status}}));
-  const std::int64_t limit = connection->maxPayload();
+  const std::int64_t limit = state.connection->maxPayload();
   if (limit <= 0 || bytes <= static_cast<std::uint64_t>(limit)) return;
   // Too large for the server: the requester gets a failure instead of waiting.
   answer = {500, kDefaultContentType,
@@ -191,7 +267,7 @@ void ListenerCore::fitAnswer(transport::DeliveryAnswer& answer) const {
                 std::to_string(limit) + " bytes"))};
 }
 
-void ListenerCore::publish(const char* reply, const transport::DeliveryAnswer& answer) {
+void ListenerCore::publish(State& state, const char* reply, const transport::DeliveryAnswer& answer) {
   natsMsg* made = nullptr;
   natsStatus result =
       natsMsg_Create(&made, reply, nullptr, reinterpret_cast<const char*>(answer.body.data),
@@ -205,7 +281,7 @@ void ListenerCore::publish(const char* reply, const transport::DeliveryAnswer& a
   }
   // A failure here (the connection closed, the reconnect buffer full) leaves the
   // requester to its time-out.
-  if (result == NATS_OK) natsConnection_PublishMsg(connection->get(), made);
+  if (result == NATS_OK) natsConnection_PublishMsg(state.connection->get(), made);
 }
 
 }  // namespace connector::nats::detail

@@ -1,13 +1,21 @@
 // detail::ListenerCore: what a NatsListener runs on: its connection, its queue
-// subscription, the worker pool its deliveries run on, and its metrics. Private to
-// connector/nats.
+// subscription and the worker threads that take requests from it, deliver them and
+// publish the answers. Private to connector/nats.
 //
 //   ListenerCore core(router, options);   // connects
 //   core.subscribe();                     // serves
 //   core.drain();                         // leaves the group, answers what it took
 //
-// Thread-safety: subscribe() and drain() from one thread at a time (NatsListener's lock);
-// requests arrive on nats.c's delivery thread and are served on the workers.
+// Workers pull: the subscription is nats.c's synchronous kind, and each worker waits in
+// natsSubscription_NextMsg for the next request, so a request reaches the thread that
+// serves it straight from nats.c's reader thread (no hand-over between threads), and a
+// busy worker takes nothing: requests wait in nats.c's queue of the subscription, bounded
+// by the pending limits.
+//
+// Lifetime: what the workers use lives in a shared State; a worker still in a delivery
+// when drain() gives up keeps it (and the closed connection) alive until it returns.
+//
+// Thread-safety: subscribe() and drain() from one thread at a time (NatsListener's lock).
 #pragma once
 
 #include <array>
@@ -17,8 +25,11 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
+#include <thread>
 #include <unordered_map>
+#include <vector>
 
 #include <nats/nats.h>
 
@@ -27,7 +38,6 @@
 #include "connector/nats/detail/Connection.hpp"
 #include "connector/transport/DeliveryAnswer.hpp"
 #include "connector/transport/MetricsRegistry.hpp"
-#include "connector/transport/detail/WorkerPool.hpp"
 
 namespace connector::nats::detail {
 
@@ -45,51 +55,38 @@ class AnswerCounters {
   std::unordered_map<int, transport::MetricsRegistry::Counter> others;
 };
 
-class ListenerCore : public ConnectionEvents {
+class ListenerCore {
  public:
   ListenerCore(std::shared_ptr<Router> router, const NatsListenerOptions& options);
-  ~ListenerCore() override;
+  ~ListenerCore();
   ListenerCore(const ListenerCore&) = delete;
   ListenerCore& operator=(const ListenerCore&) = delete;
 
-  // Joins the queue group; returns once the server has the subscription. Throws
-  // std::runtime_error "NatsListener cannot subscribe to <subject>: <cause>".
+  // Joins the queue group and starts the workers; returns once the server has the
+  // subscription. Throws std::runtime_error "NatsListener cannot subscribe to <subject>:
+  // <cause>".
   void subscribe();
   // Leaves the group, answers what was received, flushes and closes (see
   // NatsListener::stop). Never throws.
   void drain() noexcept;
 
-  std::string subject() const { return options.subjectPrefix + ".>"; }
-  std::uint64_t served() const noexcept { return answered.load(std::memory_order_relaxed); }
-
-  const std::shared_ptr<transport::MetricsRegistry> registry;
+  std::string subject() const;
+  std::uint64_t served() const noexcept;
+  std::shared_ptr<transport::MetricsRegistry> registry() const;
 
  private:
-  // nats.c's handler of the queue subscription: hands the request to a worker.
-  static void onRequest(natsConnection* connection, natsSubscription* subscription,
-                        natsMsg* message, void* core);
-  // Runs on a worker: delivers, answers, counts.
-  void serve(natsMsg* request);
+  struct State;
+  // A worker: takes requests and serves them until the subscription ends.
+  static void work(const std::shared_ptr<State>& state);
+  // Delivers one request, counts and publishes its answer.
+  static void serve(State& state, natsMsg* request);
   // Replaces an answer too large for the server by a 500 that says so.
-  void fitAnswer(transport::DeliveryAnswer& answer) const;
+  static void fitAnswer(State& state, transport::DeliveryAnswer& answer);
   // Publishes the answer to `reply`, with its status header when it is a failure.
-  void publish(const char* reply, const transport::DeliveryAnswer& answer);
-  // Waits (at most until `deadline`) until no request is being served.
-  bool waitIdle(std::chrono::steady_clock::time_point deadline);
+  static void publish(State& state, const char* reply, const transport::DeliveryAnswer& answer);
 
-  const std::shared_ptr<Router> router;
-  const NatsListenerOptions options;
-  AnswerCounters counters;
-  std::atomic<std::uint64_t> answered{0};
-
-  std::mutex slotsMutex;
-  std::condition_variable slotFreed;
-  int busy = 0;          // guarded by slotsMutex: requests handed to workers, not done
-  bool giveUp = false;   // guarded by slotsMutex: drain is past its deadline
-
-  std::unique_ptr<transport::detail::WorkerPool> workers;
-  std::unique_ptr<Connection> connection;
-  natsSubscription* subscription = nullptr;
+  std::shared_ptr<State> state;
+  std::vector<std::thread> workers;
 };
 
 }  // namespace connector::nats::detail

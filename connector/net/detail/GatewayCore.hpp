@@ -34,14 +34,13 @@
 #include "connector/host/Router.hpp"
 #include "connector/net/HttpGatewayOptions.hpp"
 #include "connector/net/detail/InFlightBudget.hpp"
+#include "connector/net/detail/WorkerPool.hpp"
 #include "connector/transport/DeliveryAnswer.hpp"
 #include "connector/transport/MetricsRegistry.hpp"
-#include "connector/transport/detail/WorkerPool.hpp"
 
 namespace connector::net::detail {
 
 class GatewayListener;
-using transport::detail::WorkerPool;
 
 // What a session does for the gateway's drain and stop; posted to its own strand.
 class SessionBase {

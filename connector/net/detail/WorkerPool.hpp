@@ -1,7 +1,6 @@
-// detail::WorkerPool: the threads that run a transport's deliveries, which block in
-// Future::get while a service works, so that the threads that receive requests (the
-// HTTP gateway's I/O threads, the NATS listener's delivery thread) never do. Shared by
-// the transports, not part of the public API.
+// detail::WorkerPool: the threads that run a gateway's deliveries, which block in
+// Future::get while a service works, so that the I/O threads never do. Private to
+// connector/net.
 //
 //   WorkerPool pool(16);
 //   pool.post([] { /* deliver, then post the answer back to the session */ });
@@ -30,11 +29,9 @@
 #include <thread>
 #include <vector>
 
-#include "connector/Export.hpp"
+namespace connector::net::detail {
 
-namespace connector::transport::detail {
-
-class CONNECTOR_API WorkerPool {
+class WorkerPool {
  public:
   explicit WorkerPool(int count);
   // Stops with no grace (see stop()).
@@ -72,4 +69,4 @@ class CONNECTOR_API WorkerPool {
   std::vector<std::thread> threads;
 };
 
-}  // namespace connector::transport::detail
+}  // namespace connector::net::detail

@@ -1,8 +1,8 @@
-#include "connector/transport/detail/WorkerPool.hpp"
+#include "connector/net/detail/WorkerPool.hpp"
 
 #include <utility>
 
-namespace connector::transport::detail {
+namespace connector::net::detail {
 
 WorkerPool::WorkerPool(int count) : shared(std::make_shared<Shared>()) {
   shared->running = static_cast<std::size_t>(count);
@@ -98,4 +98,4 @@ void WorkerPool::stop(std::chrono::milliseconds grace) noexcept {
   if (allDone) shared.reset();
 }
 
-}  // namespace connector::transport::detail
+}  // namespace connector::net::detail
