@@ -2,13 +2,12 @@
 
 #include <exception>
 #include <stdexcept>
-#include <typeinfo>
 #include <utility>
 
 #include "connector/futures/MakeFuture.hpp"
-#include "connector/host/Demangle.hpp"
 #include "connector/nats/detail/LinkCore.hpp"
 #include "connector/providers/OpaqueMessage.hpp"
+#include "connector/transport/NotOpaque.hpp"
 
 namespace connector::nats {
 
@@ -35,11 +34,7 @@ Future<std::unique_ptr<Message>> NatsLink::deliver(std::unique_ptr<Message>&& me
   using MessagePtr = std::unique_ptr<Message>;
   auto* opaque = dynamic_cast<json::OpaqueMessage*>(message.get());
   if (opaque == nullptr) {
-    const std::string what = message ? foundation::core::diag::detail::demangle_typeid_name(
-                                           typeid(*message).name(), true)
-                                     : std::string("a null message");
-    return makeFailedFuture<MessagePtr>(std::make_exception_ptr(
-        std::invalid_argument("NatsLink delivers only an OpaqueMessage, not " + what)));
+    return makeFailedFuture<MessagePtr>(transport::notOpaque(message.get(), "NatsLink"));
   }
   std::string subject;
   try {
