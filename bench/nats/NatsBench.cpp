@@ -188,17 +188,18 @@ double pipelined(nats::NatsLink& link, json::JsonSerializerImpl& serializer, con
     MessagePtr request = std::make_unique<shop::ReserveItem>("LAMP-01", 1);
     std::ostringstream text;
     serializer.serialize(request, text);
-    inFlight.push_back(link.deliver(
-        std::make_unique<json::OpaqueMessage>("application/json",
-                                              common::DataBuffer(std::string_view(text.str()))),
-        Address(to)));
+    inFlight.push_back(
+        link.deliver(std::make_unique<json::OpaqueMessage>(
+                         "application/json", common::DataBuffer(std::string_view(text.str()))),
+                     Address(to)));
   };
   auto receive = [&] {
     MessagePtr answer = inFlight.front().get();
     inFlight.pop_front();
     auto& opaque = dynamic_cast<json::OpaqueMessage&>(*answer);
     Poco::JSON::Parser parser;
-    auto object = parser.parse(std::string(opaque.payload.view())).extract<Poco::JSON::Object::Ptr>();
+    auto object =
+        parser.parse(std::string(opaque.payload.view())).extract<Poco::JSON::Object::Ptr>();
     MessagePtr typed = serializer.deserialize(std::move(object));
     benchmark::DoNotOptimize(typed);
   };
@@ -265,8 +266,8 @@ void BM_OneThread64InFlight(benchmark::State& state) {
     const auto begin = Clock::now();
     for (int i = 0; i < kFloorBatch; ++i) floor.request();
     floorMicros += microsSince(begin);
-    pipelinedSeconds +=
-        kPipelined / pipelined(*bridge.link, *serializer, Address(shop::kReserveItem), kPipelined, 64);
+    pipelinedSeconds += kPipelined / pipelined(*bridge.link, *serializer,
+                                               Address(shop::kReserveItem), kPipelined, 64);
   }
   const double iterations = static_cast<double>(state.iterations());
   const double floorRate = kFloorBatch * iterations / (floorMicros * 1e-6);
@@ -296,8 +297,8 @@ class CpuBoundEcho : public ServiceProvider {
       if (now.tv_sec * 1000000000L + now.tv_nsec >= until) break;
     }
     auto& request = dynamic_cast<json::OpaqueMessage&>(*message);
-    return makeReadyFuture<MessagePtr>(std::make_unique<json::OpaqueMessage>(
-        request.contentType, std::move(request.payload)));
+    return makeReadyFuture<MessagePtr>(
+        std::make_unique<json::OpaqueMessage>(request.contentType, std::move(request.payload)));
   }
 
  private:
@@ -329,9 +330,10 @@ double cpuBoundRate(nats::NatsLink& link, int count) {
       inFlight.front().get();
       inFlight.pop_front();
     }
-    inFlight.push_back(link.deliver(std::make_unique<json::OpaqueMessage>(
-                                        "application/json", common::DataBuffer(std::string_view("{}"))),
-                                    Address("bench/work")));
+    inFlight.push_back(
+        link.deliver(std::make_unique<json::OpaqueMessage>(
+                         "application/json", common::DataBuffer(std::string_view("{}"))),
+                     Address("bench/work")));
   }
   while (!inFlight.empty()) {
     inFlight.front().get();

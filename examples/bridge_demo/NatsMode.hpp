@@ -15,7 +15,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -27,8 +29,8 @@
 
 namespace natsmode {
 
-inline std::string url;                                   // empty: not over NATS
-inline std::chrono::milliseconds timeout{30000};          // the link's requestTimeout
+inline std::string url;                           // empty: not over NATS
+inline std::chrono::milliseconds timeout{30000};  // the link's requestTimeout
 
 inline bool enabled() { return !url.empty(); }
 
@@ -37,7 +39,12 @@ inline std::shared_ptr<connector::Context> linkFor(std::shared_ptr<connector::Co
   connector::nats::NatsLinkOptions options;
   options.url = url;
   options.requestTimeout = timeout;
-  return std::make_shared<connector::nats::NatsLink>(options);
+  try {
+    return std::make_shared<connector::nats::NatsLink>(options);
+  } catch (const std::exception& error) {  // no server there: nothing to demonstrate
+    std::cerr << "bridge_demo: " << error.what() << "\n";
+    std::exit(1);
+  }
 }
 
 // True when `error` is the far failure `expected`, as the NATS link reports it.

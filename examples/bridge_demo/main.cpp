@@ -327,8 +327,8 @@ int main(int argc, char** argv) {
   std::ostream& out = options.quiet ? discard : std::cout;
   std::shared_ptr<PrintingLink> printing;
   shop::ShopNodes nodes([&](std::shared_ptr<connector::Context> link) {
-    printing = std::make_shared<PrintingLink>(
-        natsmode::linkFor(httpmode::linkFor(std::move(link))), out);
+    printing =
+        std::make_shared<PrintingLink>(natsmode::linkFor(httpmode::linkFor(std::move(link))), out);
     return printing;
   });
 

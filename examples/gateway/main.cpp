@@ -213,9 +213,9 @@ int main(int argc, char** argv) {
   try {
     // The far node (gateway router -> deserializers -> services), unless an edge.
     const auto nodes = natsmode::forwarding() ? nullptr : std::make_unique<shop::ShopNodes>();
-    const auto gateway = nodes ? std::make_unique<connector::net::HttpGateway>(nodes->gateway,
-                                                                               options)
-                               : natsmode::edge(options);
+    const auto gateway =
+        nodes ? std::make_unique<connector::net::HttpGateway>(nodes->gateway, options)
+              : natsmode::edge(options);
     const auto listener = nodes ? natsmode::serve(nodes->gateway, *gateway, options) : nullptr;
     gateway->start();
     std::cout << "listening on " << gateway->url() << std::endl;

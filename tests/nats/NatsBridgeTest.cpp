@@ -68,11 +68,11 @@ TEST_F(NatsBridgeTest, TheContentTypeOfRequestAndAnswerIsKeptEndToEnd) {
   FarShop far(url());
   connector::nats::NatsLink link(natstest::linkOptions(url()));
   // The deserializer provider echoes the request's content type on its answer.
-  auto answer = link.deliver(natstest::opaque(
-                                 R"({"type":"shop/ReserveItem","sku":"DESK-02","quantity":1})",
-                                 "application/json; charset=utf-8"),
-                             connector::Address(shop::kReserveItem))
-                    .get();
+  auto answer =
+      link.deliver(natstest::opaque(R"({"type":"shop/ReserveItem","sku":"DESK-02","quantity":1})",
+                                    "application/json; charset=utf-8"),
+                   connector::Address(shop::kReserveItem))
+          .get();
   EXPECT_EQ(natstest::contentTypeOf(answer), "application/json; charset=utf-8");
   EXPECT_EQ(natstest::textOf(answer),
             R"({"reservationId":"R-000001","sku":"DESK-02","quantity":1,"accepted":true,)"

@@ -95,9 +95,8 @@ struct ClientShop {
 };
 
 // An OpaqueMessage request of `contentType` and `body`.
-inline std::unique_ptr<connector::Message> opaque(const std::string& body,
-                                                  const std::string& contentType =
-                                                      "application/json") {
+inline std::unique_ptr<connector::Message> opaque(
+    const std::string& body, const std::string& contentType = "application/json") {
   return std::make_unique<connector::json::OpaqueMessage>(
       contentType, connector::common::DataBuffer(std::string_view(body)));
 }

@@ -16,8 +16,8 @@
 namespace {
 
 using connector::net::HttpGateway;
-using nettest::rawExchange;
 using nettest::RawAnswer;
+using nettest::rawExchange;
 
 class NatsForwardingTest : public natstest::NatsSuite {
  protected:
@@ -78,8 +78,9 @@ TEST_F(NatsForwardingTest, AnAddressWithoutASubjectIs400) {
   auto forwarding = edge();
   const RawAnswer answer = rawExchange(forwarding->port(), "POST", "/shop/a.b", "{}");
   EXPECT_EQ(answer.status, 400);
-  EXPECT_EQ(answer.body,
-            R"({"error":"Address 'shop/a.b' cannot map to a NATS subject: segment 'a.b' holds '.'"})");
+  EXPECT_EQ(
+      answer.body,
+      R"({"error":"Address 'shop/a.b' cannot map to a NATS subject: segment 'a.b' holds '.'"})");
 }
 
 }  // namespace

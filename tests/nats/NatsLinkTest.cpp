@@ -74,13 +74,11 @@ TEST_F(NatsLinkTest, OptionsThatCannotWorkAreRefusedAtConstruction) {
 
 TEST_F(NatsLinkTest, OnlyOpaqueMessagesAreDeliveredAndTheRefusalComesThroughTheFuture) {
   NatsLink link(natstest::linkOptions(url()));
-  EXPECT_THROW_TEXT(link.deliver(std::make_unique<shop::ReserveItem>("LAMP-01", 1),
-                                 Address("shop/ReserveItem"))
-                        .get(),
-                    std::invalid_argument,
-                    "NatsLink delivers only an OpaqueMessage, not shop::ReserveItem");
-  EXPECT_THROW_TEXT(link.deliver(nullptr, Address("shop/ReserveItem")).get(),
-                    std::invalid_argument,
+  EXPECT_THROW_TEXT(
+      link.deliver(std::make_unique<shop::ReserveItem>("LAMP-01", 1), Address("shop/ReserveItem"))
+          .get(),
+      std::invalid_argument, "NatsLink delivers only an OpaqueMessage, not shop::ReserveItem");
+  EXPECT_THROW_TEXT(link.deliver(nullptr, Address("shop/ReserveItem")).get(), std::invalid_argument,
                     "NatsLink delivers only an OpaqueMessage, not a null message");
 }
 
@@ -132,9 +130,8 @@ TEST_F(NatsLinkTest, TheRequestsContentTypeGoesOutAndTheAnswersComesBack) {
     return reply;
   });
   NatsLink link(natstest::linkOptions(url()));
-  auto answer = link.deliver(opaque("a=1", "application/x-www-form-urlencoded"),
-                             Address("test/echo"))
-                    .get();
+  auto answer =
+      link.deliver(opaque("a=1", "application/x-www-form-urlencoded"), Address("test/echo")).get();
   EXPECT_EQ(natstest::textOf(answer), "application/x-www-form-urlencoded|a=1");
   EXPECT_EQ(natstest::contentTypeOf(answer), "text/plain; charset=utf-8");
   // No content type goes out as JSON.
@@ -209,7 +206,8 @@ TEST_F(NatsLinkTest, DestroyingTheLinkFailsItsRequestsInFlightAtOnce) {
   });
   auto link = std::make_shared<NatsLink>(natstest::linkOptions(url(), std::chrono::seconds(30)));
   std::vector<connector::Future<std::unique_ptr<connector::Message>>> inFlight;
-  for (int i = 0; i < 3; ++i) inFlight.push_back(link->deliver(opaque("{}"), Address("test/never")));
+  for (int i = 0; i < 3; ++i)
+    inFlight.push_back(link->deliver(opaque("{}"), Address("test/never")));
   EXPECT_EQ(link->requestsInFlight(), 3u);
   const auto begin = Clock::now();
   link.reset();

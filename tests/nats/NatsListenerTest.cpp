@@ -63,7 +63,8 @@ TEST_F(NatsListenerTest, BytesThatAreNotJsonAreAnswered400AndServingGoesOn) {
   EXPECT_EQ(status(refused), "400");
   EXPECT_EQ(contentType(refused), "application/json");
   EXPECT_EQ(refused.body.rfind(R"({"error":"Parsing error: )", 0), 0u) << refused.body;
-  const RawReply binary = client.request("connector.shop.ReserveItem", std::string("\xff\x00\x01", 3));
+  const RawReply binary =
+      client.request("connector.shop.ReserveItem", std::string("\xff\x00\x01", 3));
   EXPECT_EQ(status(binary), "400");
   const RawReply served = client.request("connector.shop.ReserveItem", kReserve);
   EXPECT_EQ(status(served), "");
@@ -96,8 +97,9 @@ TEST_F(NatsListenerTest, ASubjectThatMapsToNoAddressIsAnswered400) {
   RawNatsClient client(url());
   const RawReply reply = client.request("connector.shop/x.y", "{}");
   EXPECT_EQ(status(reply), "400");
-  EXPECT_EQ(reply.body,
-            R"({"error":"Subject 'connector.shop/x.y' maps to no address: token 'shop/x' holds '/'"})");
+  EXPECT_EQ(
+      reply.body,
+      R"({"error":"Subject 'connector.shop/x.y' maps to no address: token 'shop/x' holds '/'"})");
 }
 
 TEST_F(NatsListenerTest, ARequestWithoutAReplySubjectIsDeliveredAndItsAnswerDropped) {

@@ -50,7 +50,8 @@ void restartFailsRequestsInFlightAndLaterOnesSucceed(bool kill) {
   ASSERT_TRUE(answeredWithin(link, std::chrono::seconds(5)));
 
   std::vector<MessageFuture> inFlight;
-  for (int i = 0; i < 3; ++i) inFlight.push_back(link.deliver(natstest::opaque("{}"), Address("test/slow")));
+  for (int i = 0; i < 3; ++i)
+    inFlight.push_back(link.deliver(natstest::opaque("{}"), Address("test/slow")));
   const auto deadline = Clock::now() + std::chrono::seconds(5);
   while (echo->started < 4 && Clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));

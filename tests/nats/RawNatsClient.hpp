@@ -77,8 +77,8 @@ class RawNatsClient {
 
   // A request with the given headers (none when `headers` is empty); waits `timeoutMs`.
   RawReply request(const std::string& subject, const std::string& body,
-                   const std::map<std::string, std::string>& headers =
-                       {{"Content-Type", "application/json"}},
+                   const std::map<std::string, std::string>& headers = {{"Content-Type",
+                                                                         "application/json"}},
                    int timeoutMs = 5000) {
     natsMsg* message = nullptr;
     natsMsg_Create(&message, subject.c_str(), nullptr, body.data(), static_cast<int>(body.size()));
@@ -135,7 +135,8 @@ class RawNatsClient {
     natsMsg* answer = nullptr;
     natsMsg_Create(&answer, request.reply.c_str(), nullptr, reply.body.data(),
                    static_cast<int>(reply.body.size()));
-    for (const auto& [key, value] : reply.headers) natsMsgHeader_Set(answer, key.c_str(), value.c_str());
+    for (const auto& [key, value] : reply.headers)
+      natsMsgHeader_Set(answer, key.c_str(), value.c_str());
     natsConnection_PublishMsg(connection, answer);
     natsMsg_Destroy(answer);
   }

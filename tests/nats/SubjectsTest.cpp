@@ -67,8 +67,7 @@ TEST(SubjectsTest, ASegmentHoldingADotAWildcardOrWhitespaceIsRefusedNamingIt) {
 TEST(SubjectsTest, ASubjectOutsideThePrefixIsRefused) {
   for (const char* subject : {"other.x", "connector", "connector.", "connectorx.a", "connecto"}) {
     EXPECT_THROW_TEXT(addressFor(subject), std::invalid_argument,
-                      "Subject '" + std::string(subject) +
-                          "' is not under the prefix 'connector'");
+                      "Subject '" + std::string(subject) + "' is not under the prefix 'connector'");
   }
 }
 

@@ -19,8 +19,8 @@ struct OptionsDeleter {
 void check(natsStatus status, const std::string& who) {
   if (status == NATS_NO_MEMORY) throw std::bad_alloc();
   if (status != NATS_OK) {
-    throw std::invalid_argument(who + " cannot set a connection option: " +
-                                natsStatus_GetText(status));
+    throw std::invalid_argument(who +
+                                " cannot set a connection option: " + natsStatus_GetText(status));
   }
 }
 
@@ -31,11 +31,13 @@ std::string displayUrl(const std::string& url) {
   std::size_t start = 0;
   for (;;) {
     const std::size_t end = url.find(',', start);
-    std::string part = url.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    std::string part =
+        url.substr(start, end == std::string::npos ? std::string::npos : end - start);
     const std::size_t scheme = part.find("://");
     const std::size_t hostStart = scheme == std::string::npos ? 0 : scheme + 3;
     const std::size_t at = part.find('@', hostStart);
-    if (at != std::string::npos && part.find('/', hostStart) > at) part.erase(hostStart, at + 1 - hostStart);
+    if (at != std::string::npos && part.find('/', hostStart) > at)
+      part.erase(hostStart, at + 1 - hostStart);
     shown += part;
     if (end == std::string::npos) return shown;
     shown += ',';

@@ -79,9 +79,9 @@ class Connection {
     bool closed = false;                 // guarded by mutex
   };
 
-  static void onDisconnected(natsConnection* connection, void* relay);
-  static void onReconnected(natsConnection* connection, void* relay);
-  static void onClosed(natsConnection* connection, void* relay);
+  static void onDisconnected(natsConnection* connection, void* closure);
+  static void onReconnected(natsConnection* connection, void* closure);
+  static void onClosed(natsConnection* connection, void* closure);
 
   std::unique_ptr<Relay> relay;
   natsConnection* connection = nullptr;

@@ -26,8 +26,8 @@ inline std::string header(natsMsg* message, const char* key) {
 
 // Bytes of the header block "NATS/1.0\r\n<key>: <value>\r\n...\r\n" that carries these
 // headers; the server's max_payload counts them with the payload.
-inline std::size_t headerBytes(std::initializer_list<std::pair<std::string_view, std::string_view>>
-                                   headers) {
+inline std::size_t headerBytes(
+    std::initializer_list<std::pair<std::string_view, std::string_view>> headers) {
   std::size_t bytes = std::string_view("NATS/1.0\r\n\r\n").size();
   for (const auto& [key, value] : headers) bytes += key.size() + 2 + value.size() + 2;
   return bytes;

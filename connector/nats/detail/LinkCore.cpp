@@ -41,9 +41,8 @@ LinkCore::LinkCore(const NatsLinkOptions& options) : pending(options.requestTime
 
 LinkCore::~LinkCore() {
   closedForGood.store(true);
-  pending.failAll([](const PendingRequests::Entry& entry) {
-    return connectionClosed(entry.subject);
-  });
+  pending.failAll(
+      [](const PendingRequests::Entry& entry) { return connectionClosed(entry.subject); });
   if (natsSubscription_Unsubscribe(subscription) == NATS_OK) {
     std::unique_lock<std::mutex> lock(doneMutex);
     doneSignal.wait_for(lock, kSubscriptionWait, [this] { return subscriptionDone; });
@@ -57,7 +56,8 @@ Future<MessagePtr> LinkCore::request(const std::string& subject, const std::stri
   if (closedForGood.load()) return makeFailedFuture<MessagePtr>(connectionClosed(subject));
   const std::string contentType =
       message.contentType.empty() ? std::string(kDefaultContentType) : message.contentType;
-  const std::uint64_t bytes = message.payload.size + headerBytes({{kContentTypeHeader, contentType}});
+  const std::uint64_t bytes =
+      message.payload.size + headerBytes({{kContentTypeHeader, contentType}});
   const std::int64_t limit = connection->maxPayload();
   if (limit > 0 && bytes > static_cast<std::uint64_t>(limit)) {
     return makeFailedFuture<MessagePtr>(tooLarge(subject, bytes, limit));
@@ -66,20 +66,18 @@ Future<MessagePtr> LinkCore::request(const std::string& subject, const std::stri
   auto [token, future] = pending.add(subject, address);
   const std::string reply = inbox + "." + std::to_string(token);
   natsMsg* made = nullptr;
-  natsStatus status =
-      natsMsg_Create(&made, subject.c_str(), reply.c_str(),
-                     reinterpret_cast<const char*>(message.payload.data),
-                     static_cast<int>(message.payload.size));
+  natsStatus status = natsMsg_Create(&made, subject.c_str(), reply.c_str(),
+                                     reinterpret_cast<const char*>(message.payload.data),
+                                     static_cast<int>(message.payload.size));
   const MsgPtr request(made);
   if (status == NATS_OK) status = natsMsgHeader_Set(made, kContentTypeHeader, contentType.c_str());
   if (status == NATS_OK) status = natsConnection_PublishMsg(connection->get(), made);
   if (status != NATS_OK) {
     if (auto entry = pending.take(token)) {
-      entry->promise.setException(status == NATS_MAX_PAYLOAD
-                                      ? tooLarge(subject, bytes, connection->maxPayload())
-                                  : status == NATS_CONNECTION_CLOSED
-                                      ? connectionClosed(subject)
-                                      : notSent(subject, natsStatus_GetText(status)));
+      entry->promise.setException(
+          status == NATS_MAX_PAYLOAD         ? tooLarge(subject, bytes, connection->maxPayload())
+          : status == NATS_CONNECTION_CLOSED ? connectionClosed(subject)
+                                             : notSent(subject, natsStatus_GetText(status)));
     }
   }
   return std::move(future);
@@ -125,14 +123,14 @@ void LinkCore::answer(MsgPtr message) {
 }
 
 void LinkCore::disconnected() {
-  pending.failAll([](const PendingRequests::Entry& entry) { return connectionLost(entry.subject); });
+  pending.failAll(
+      [](const PendingRequests::Entry& entry) { return connectionLost(entry.subject); });
 }
 
 void LinkCore::closed() {
   closedForGood.store(true);
-  pending.failAll([](const PendingRequests::Entry& entry) {
-    return connectionClosed(entry.subject);
-  });
+  pending.failAll(
+      [](const PendingRequests::Entry& entry) { return connectionClosed(entry.subject); });
 }
 
 }  // namespace connector::nats::detail

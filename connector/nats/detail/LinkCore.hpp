@@ -46,8 +46,8 @@ class LinkCore : public ConnectionEvents {
 
  private:
   // nats.c's handler of the reply subscription.
-  static void onReply(natsConnection* connection, natsSubscription* subscription,
-                      natsMsg* message, void* core);
+  static void onReply(natsConnection* connection, natsSubscription* subscription, natsMsg* message,
+                      void* core);
   // nats.c's call once the subscription delivered its last message.
   static void onSubscriptionDone(void* core);
   // Resolves the pending request the answer's subject names.

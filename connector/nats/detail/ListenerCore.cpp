@@ -19,6 +19,8 @@ namespace {
 
 // How long a worker waits in NextMsg before it looks whether the listener stops.
 constexpr std::int64_t kPullWaitMillis = 100;
+// How long a worker pauses after NextMsg reported anything but a request or a time-out.
+constexpr std::chrono::milliseconds kErrorPause{10};
 // How long drain() waits for the last answers to reach the server, at most.
 constexpr std::chrono::milliseconds kFlushWait{2000};
 // How long drain() waits for the workers to end once nothing is left to serve.
@@ -85,9 +87,8 @@ void AnswerCounters::count(int status) {
   auto found = others.find(status);
   if (found == others.end()) {
     found = others
-                .emplace(status,
-                         registry.counter(metric::kNatsRequests, metric::kNatsRequestsHelp,
-                                          {{metric::kStatusLabel, std::to_string(status)}}))
+                .emplace(status, registry.counter(metric::kNatsRequests, metric::kNatsRequestsHelp,
+                                                  {{metric::kStatusLabel, std::to_string(status)}}))
                 .first;
   }
   found->second.increment();
@@ -210,8 +211,8 @@ void ListenerCore::work(const std::shared_ptr<State>& state) {
     if (status == NATS_INVALID_SUBSCRIPTION || status == NATS_CONNECTION_CLOSED) break;
     if (status != NATS_TIMEOUT) {
       // A slow-consumer notice (requests were dropped), or the connection is away: the
-      // next request is taken as usual.
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      // next request is taken as usual, after a pause that keeps an outage from spinning.
+      std::this_thread::sleep_for(kErrorPause);
     }
   }
   {
@@ -234,8 +235,8 @@ void ListenerCore::serve(State& state, natsMsg* request) {
     }
     common::DataBuffer body(natsMsg_GetData(request),
                             static_cast<std::size_t>(natsMsg_GetDataLength(request)));
-    answer = transport::deliverForAnswer(state.router.get(), nullptr, contentType,
-                                         std::move(body), address);
+    answer = transport::deliverForAnswer(state.router.get(), nullptr, contentType, std::move(body),
+                                         address);
   } catch (const std::invalid_argument& refused) {
     answer = {400, kDefaultContentType, common::DataBuffer(transport::errorBody(refused.what()))};
   } catch (const std::exception& failure) {  // out of memory
@@ -255,19 +256,20 @@ void ListenerCore::fitAnswer(State& state, transport::DeliveryAnswer& answer) {
   const std::string status = std::to_string(answer.status);
   const std::size_t bytes =
       answer.body.size +
-      (answer.status == 200 ? headerBytes({{kContentTypeHeader, answer.contentType}})
-                            : headerBytes({{kContentTypeHeader, answer.contentType},
-                                           {kStatusHeader, status}}));
+      (answer.status == 200
+           ? headerBytes({{kContentTypeHeader, answer.contentType}})
+           : headerBytes({{kContentTypeHeader, answer.contentType}, {kStatusHeader, status}}));
   const std::int64_t limit = state.connection->maxPayload();
   if (limit <= 0 || bytes <= static_cast<std::uint64_t>(limit)) return;
   // Too large for the server: the requester gets a failure instead of waiting.
   answer = {500, kDefaultContentType,
-            common::DataBuffer(transport::errorBody(
-                "Answer of " + std::to_string(bytes) + " bytes exceeds the NATS server's limit of " +
-                std::to_string(limit) + " bytes"))};
+            common::DataBuffer(transport::errorBody("Answer of " + std::to_string(bytes) +
+                                                    " bytes exceeds the NATS server's limit of " +
+                                                    std::to_string(limit) + " bytes"))};
 }
 
-void ListenerCore::publish(State& state, const char* reply, const transport::DeliveryAnswer& answer) {
+void ListenerCore::publish(State& state, const char* reply,
+                           const transport::DeliveryAnswer& answer) {
   natsMsg* made = nullptr;
   natsStatus result =
       natsMsg_Create(&made, reply, nullptr, reinterpret_cast<const char*>(answer.body.data),

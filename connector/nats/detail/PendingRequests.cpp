@@ -15,8 +15,13 @@ PendingRequests::~PendingRequests() {
     stopping = true;
   }
   wake.notify_all();
-  timer.join();
-  failAll([](const Entry& entry) { return connectionClosed(entry.subject); });
+  try {
+    timer.join();
+    failAll([](const Entry& entry) { return connectionClosed(entry.subject); });
+  } catch (...) {
+    // Out of memory for the failures: the promises left are destroyed unresolved, which
+    // fails their futures with the broken-promise error instead.
+  }
 }
 
 std::pair<std::uint64_t, Future<PendingRequests::MessagePtr>> PendingRequests::add(
@@ -25,9 +30,9 @@ std::pair<std::uint64_t, Future<PendingRequests::MessagePtr>> PendingRequests::a
   Future<MessagePtr> future = promise.getFuture();
   std::lock_guard<std::mutex> lock(mutex);
   const std::uint64_t token = nextToken++;
-  table.emplace_hint(table.end(), token,
-                     Entry{std::move(promise), std::move(subject), std::move(address),
-                           Clock::now() + limit});
+  table.emplace_hint(
+      table.end(), token,
+      Entry{std::move(promise), std::move(subject), std::move(address), Clock::now() + limit});
   return {token, std::move(future)};
 }
 

@@ -13,8 +13,8 @@ namespace {
 
 std::exception_ptr failure(int status, const std::string& subject, const std::string& cause,
                            const std::string& answer) {
-  return std::make_exception_ptr(transport::StatusError(
-      status, "NATS request to " + subject + " failed: " + cause, answer));
+  return std::make_exception_ptr(
+      transport::StatusError(status, "NATS request to " + subject + " failed: " + cause, answer));
 }
 
 // Same answer text as the full one.
@@ -61,9 +61,9 @@ std::exception_ptr farFailure(const std::string& subject, const std::string& sta
   const char* end = statusHeader.data() + statusHeader.size();
   const auto parsed = std::from_chars(statusHeader.data(), end, status);
   if (parsed.ec != std::errc() || parsed.ptr != end || status < 400 || status > 599) {
-    return failure(500, subject,
-                   "answer with the unreadable " + std::string(kStatusHeader) + " '" +
-                       statusHeader + "'");
+    return failure(
+        500, subject,
+        "answer with the unreadable " + std::string(kStatusHeader) + " '" + statusHeader + "'");
   }
   std::string text = transport::errorText(body);
   if (text.empty()) text = "the far side answered " + statusHeader + " without an error text";
