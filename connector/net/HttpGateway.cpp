@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "connector/net/detail/BearerTokens.hpp"
 #include "connector/net/detail/GatewayCore.hpp"
 
 namespace connector::net {
@@ -22,6 +23,9 @@ void checkOptions(const HttpGatewayOptions& options) {
       options.keepAliveTimeout <= zero || options.deliveryTimeout <= zero ||
       options.drainTimeout <= zero) {
     throw std::invalid_argument("HttpGateway time-outs must be positive");
+  }
+  if (options.tlsCertificateFile.empty() != options.tlsKeyFile.empty()) {
+    throw std::invalid_argument("HttpGateway needs both tlsCertificateFile and tlsKeyFile");
   }
 }
 
@@ -78,8 +82,14 @@ void HttpGateway::stop() {
 
 std::string HttpGateway::url() const {
   const bool ipv6 = gatewayOptions.bindAddress.find(':') != std::string::npos;
-  return "http://" + (ipv6 ? "[" + gatewayOptions.bindAddress + "]" : gatewayOptions.bindAddress) +
+  const char* scheme = gatewayOptions.tlsCertificateFile.empty() ? "http://" : "https://";
+  return scheme + (ipv6 ? "[" + gatewayOptions.bindAddress + "]" : gatewayOptions.bindAddress) +
          ":" + std::to_string(boundPort);
+}
+
+std::size_t HttpGateway::reloadTokens() {
+  if (!core->tokens) throw std::logic_error("HttpGateway has no tokens file");
+  return core->tokens->reload();
 }
 
 std::uint64_t HttpGateway::requestsServed() const noexcept {

@@ -18,19 +18,22 @@
 //   GET /  200 {"addresses":["shop/CancelOrder","shop/ReserveItem"]} (bound addresses, sorted)
 //   GET /healthz  200 {"status":"ok"}; 503 {"status":"draining"} once stop() began
 //   GET /metrics  200, the gateway's metrics in the Prometheus text format
+//   GET /schemas  200, options.schemas ({"<type name>": <JSON Schema>, ...}), or {}
 //   400  the service refused the request as invalid (std::invalid_argument), e.g. bytes
 //        that are not JSON for a registered type; a malformed request or request target;
 //        a body that ends before its declared length
+//   401  with authTokensFile, no accepted bearer token (every path but GET /healthz)
 //   404  nothing bound at <address>: "No service bound at address '<address>'"
-//   405  a method other than POST on an address, other than GET on "/", "/healthz" or
-//        "/metrics", with an Allow header
+//   405  a method other than POST on an address, other than GET on "/", "/healthz",
+//        "/metrics" or "/schemas", with an Allow header
 //   413  a body over maxBodyBytes: "Request body exceeds the limit of <n> bytes"
 //   431  a header over 8 KiB: "Request header exceeds the limit of 8192 bytes"
 //   503  the service is not running: "Service exists but is not running."; too many
 //        connections; no room in the in-flight budget (with Retry-After)
 //   504  no answer within deliveryTimeout: "No answer from '<address>' within <n> ms"
 //   500  anything else, with the failure's text
-// "/healthz" and "/metrics" are reserved: no address of that name can be reached. Answers
+// "/healthz", "/metrics" and "/schemas" are reserved: no address of that name can be
+// reached. Answers
 // that leave a request's body unread (405, 413, 431, 503 busy) close the connection. The
 // gateway keeps serving after every one of them. See HttpGatewayOptions for the limits
 // and deadlines.
@@ -44,11 +47,19 @@
 // begins serving; stop() drains (see there). A stopped gateway cannot be started again:
 // make a new one (it may reuse the port).
 //
-// Thread-safety: start(), stop() and the accessors may be called from any thread; the
-// destructor stops the gateway. The router must stay usable while the gateway runs (it is
-// held shared); its deliveries run on the worker threads, several at once.
+// HTTPS and bearer tokens (HttpGatewayOptions::tlsCertificateFile, tlsKeyFile,
+// authTokensFile): a request without an accepted token is answered 401 {"error":"Missing
+// bearer token"}, {"error":"Invalid bearer token"} or {"error":"The Authorization header
+// must be 'Bearer <token>'"} with "WWW-Authenticate: Bearer"; GET /healthz needs none. Refusals are
+// logged on the module logger (when enabled) with the client's address, the method and the path,
+// never the token.
+//
+// Thread-safety: start(), stop(), reloadTokens() and the accessors may be called from any thread;
+// the destructor stops the gateway. The router must stay usable while the gateway runs (it is held
+// shared); its deliveries run on the worker threads, several at once.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -74,6 +85,13 @@ class CONNECTOR_API HttpGateway {
   // maxConnections, maxBodyBytes or maxInFlightBytes of 0, "HttpGateway time-outs must be
   // positive" for a time-out <= 0; and std::runtime_error "HttpGateway cannot listen on
   // HOST:PORT: <cause>" when the address cannot be bound (e.g. the port is taken).
+  // With HTTPS or tokens (see HttpGatewayOptions) it also throws std::invalid_argument
+  // "HttpGateway needs both tlsCertificateFile and tlsKeyFile" when only one is set, and
+  // std::runtime_error naming the file when a file cannot be used: "HttpGateway cannot
+  // read the TLS certificate file '<path>': <cause>" (missing, unreadable, a folder),
+  // "HttpGateway cannot load the TLS certificate file '<path>': <cause>" (not PEM),
+  // the same two for "TLS key file", "HttpGateway: the TLS key file '<key>' does not
+  // match the certificate in '<certificate>'", and the texts of reloadTokens().
   explicit HttpGateway(std::shared_ptr<Router> router, HttpGatewayOptions options = {});
 
   // A gateway that forwards every POST /<address> to `target` (any context, e.g. a link
@@ -105,8 +123,17 @@ class CONNECTOR_API HttpGateway {
   // The port listened on (the chosen one when options.port was 0).
   std::uint16_t port() const noexcept { return boundPort; }
 
-  // "http://HOST:PORT" of the bound address.
+  // "http://HOST:PORT" of the bound address ("https://HOST:PORT" when serving HTTPS).
   std::string url() const;
+
+  // Reads options.authTokensFile again and puts its tokens in force for the requests
+  // whose header arrives from now on; returns how many tokens it holds. Throws
+  // std::logic_error "HttpGateway has no tokens file" without one, and
+  // std::runtime_error "HttpGateway cannot read the tokens file '<path>': <cause>",
+  // "HttpGateway: line <n> of the tokens file '<path>' is not a bearer token" (the line
+  // is not quoted) or "HttpGateway: the tokens file '<path>' holds no token"; the tokens
+  // in force then stay. Blocks while it reads the file. Any thread, at any time.
+  std::size_t reloadTokens();
 
   // Requests answered so far, whatever their status.
   std::uint64_t requestsServed() const noexcept;

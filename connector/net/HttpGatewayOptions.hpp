@@ -1,11 +1,15 @@
 // connector::net::HttpGatewayOptions: where an HttpGateway listens, how many threads it
-// runs, and the limits and deadlines that keep any client from holding it up.
+// runs, the limits and deadlines that keep any client from holding it up, and HTTPS and
+// bearer tokens that keep the wrong clients out.
 //
 //   connector::net::HttpGatewayOptions options;
 //   options.port = 0;                                  // any free port; port() tells which
 //   options.threads = 8;                               // deliveries at once
 //   options.maxBodyBytes = 256 * 1024;
 //   options.headerTimeout = std::chrono::seconds(5);
+//   options.tlsCertificateFile = "/etc/shop/chain.pem";   // HTTPS
+//   options.tlsKeyFile = "/etc/shop/key.pem";
+//   options.authTokensFile = "/etc/shop/tokens";          // bearer tokens
 //   connector::net::HttpGateway gateway(router, options);
 //
 // Every limit answers or closes one client and leaves the others alone; none of them
@@ -78,6 +82,30 @@ struct HttpGatewayOptions {
   // How long stop() waits for requests already read to be answered; connections still
   // open then are closed. Positive.
   std::chrono::milliseconds drainTimeout{10000};
+
+  // The JSON document answered to GET /schemas (application/json), normally
+  // {"<type name>": <JSON Schema>, ...} for the message types served. Empty: "{}".
+  std::string schemas;
+
+  // HTTPS: a PEM file with the server's certificate chain (its own certificate first,
+  // then the intermediates) and a PEM file with its private key, not encrypted. Both
+  // empty (the default): plain HTTP. With both, every connection must complete a TLS
+  // handshake (TLS 1.2 or 1.3) within headerTimeout, counted from the connection's
+  // start together with its first request header; a client that sends plain HTTP or
+  // anything but a TLS handshake, or offers only older protocols, is closed (reason
+  // "tls"). A file that is missing, unreadable or not what it should be fails the
+  // gateway's construction. The files are read once, at construction.
+  std::string tlsCertificateFile;
+  std::string tlsKeyFile;
+
+  // Bearer tokens: a file with one accepted token per line (empty lines and lines
+  // starting with '#' are skipped). Empty (the default): no token is asked for. With a
+  // file, every request but GET /healthz must carry "Authorization: Bearer <token>"
+  // with one of its tokens; any other is answered 401 with "WWW-Authenticate: Bearer"
+  // and {"error":"..."} and nothing is delivered (reason "auth"). The file is read at
+  // construction and again by HttpGateway::reloadTokens(). Tokens cross the network in
+  // clear text unless the gateway serves HTTPS.
+  std::string authTokensFile;
 
   // Where the gateway's metrics go (GET /metrics shows all of this registry). Null: the
   // gateway makes its own. Share one registry to show another transport's metrics too.

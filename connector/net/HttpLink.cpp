@@ -11,11 +11,14 @@
 #include <Poco/Net/HTTPRequest.h>
 #include <Poco/Net/HTTPResponse.h>
 #include <Poco/Net/NetException.h>
+#include <Poco/Net/SSLException.h>
 #include <Poco/URI.h>
 
 #include "connector/futures/MakeFuture.hpp"
 #include "connector/host/DataBuffer.hpp"
+#include "connector/net/detail/BearerTokens.hpp"
 #include "connector/net/detail/LinkSession.hpp"
+#include "connector/net/detail/LinkTls.hpp"
 #include "connector/providers/OpaqueMessage.hpp"
 #include "connector/transport/ErrorBody.hpp"
 #include "connector/transport/NotOpaque.hpp"
@@ -67,27 +70,38 @@ std::string describeStatus(const Poco::Net::HTTPResponse& response, std::string_
 
 }  // namespace
 
-HttpLink::HttpLink(const std::string& baseUrl, HttpLinkOptions options) : linkOptions(options) {
-  const std::string badUrl = "HttpLink needs an http:// URL, not '" + baseUrl + "'";
+HttpLink::HttpLink(const std::string& baseUrl, HttpLinkOptions options)
+    : linkOptions(std::move(options)) {
+  const std::string badUrl = "HttpLink needs an http:// or https:// URL, not '" + baseUrl + "'";
   Poco::URI uri;
   try {
     uri = Poco::URI(baseUrl);
   } catch (const Poco::Exception&) {
     throw std::invalid_argument(badUrl);
   }
-  if (uri.getScheme() != "http" || uri.getHost().empty() || !uri.getQuery().empty() ||
+  const bool secure = uri.getScheme() == "https";
+  if ((uri.getScheme() != "http" && !secure) || uri.getHost().empty() || !uri.getQuery().empty() ||
       !uri.getFragment().empty()) {
     throw std::invalid_argument(badUrl);
   }
-  if (options.connectTimeout.count() <= 0 || options.readTimeout.count() <= 0) {
+  if (linkOptions.connectTimeout.count() <= 0 || linkOptions.readTimeout.count() <= 0) {
     throw std::invalid_argument("HttpLink time-outs must be positive");
   }
+  if (!secure && !linkOptions.caFile.empty()) {
+    throw std::invalid_argument("HttpLink takes a CA file only with an https:// URL");
+  }
+  if (!linkOptions.bearerToken.empty() && !detail::BearerTokens::isToken(linkOptions.bearerToken)) {
+    throw std::invalid_argument(
+        "HttpLink bearer token holds a character a bearer token cannot hold");
+  }
+  if (secure) tls = std::make_shared<const detail::LinkTls>(linkOptions.caFile);
   host = uri.getHost();
   port = uri.getPort();
   Poco::URI::encode(uri.getPath(), "?#", basePath);
   while (!basePath.empty() && basePath.back() == '/') basePath.pop_back();
   const bool ipv6 = host.find(':') != std::string::npos;
-  origin = "http://" + (ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
+  origin = (secure ? "https://" : "http://") + (ipv6 ? "[" + host + "]" : host) + ":" +
+           std::to_string(port);
 }
 
 HttpLink::~HttpLink() = default;
@@ -119,7 +133,7 @@ std::unique_ptr<detail::LinkSession> HttpLink::takeSession(bool fresh, bool& reu
     }
   }
   reused = false;
-  return std::make_unique<detail::LinkSession>(host, port, linkOptions);
+  return std::make_unique<detail::LinkSession>(host, port, linkOptions, tls.get());
 }
 
 void HttpLink::giveBack(std::unique_ptr<detail::LinkSession> session) {
@@ -143,6 +157,7 @@ Future<std::unique_ptr<Message>> HttpLink::deliver(std::unique_ptr<Message>&& me
   for (int attempt = 0; attempt < 2; ++attempt) {
     bool reused = false;
     std::unique_ptr<detail::LinkSession> session;
+    if (tls) detail::LinkTls::clearVerifyFailure();
     try {
       session = takeSession(attempt > 0, reused);
       Poco::Net::HTTPRequest request(Poco::Net::HTTPRequest::HTTP_POST, target,
@@ -151,6 +166,9 @@ Future<std::unique_ptr<Message>> HttpLink::deliver(std::unique_ptr<Message>&& me
                                                          : opaque->contentType);
       request.setContentLength64(static_cast<Poco::Int64>(opaque->payload.size));
       request.setKeepAlive(true);
+      if (!linkOptions.bearerToken.empty()) {
+        request.set("Authorization", "Bearer " + linkOptions.bearerToken);
+      }
       // Poco buffers the headers in the body stream; flush them before writing the body
       // straight to the socket.
       session->sendRequest(request).flush();
@@ -191,6 +209,20 @@ Future<std::unique_ptr<Message>> HttpLink::deliver(std::unique_ptr<Message>&& me
       cause = "host not found: " + host;
     } catch (const Poco::Net::NoAddressFoundException&) {
       cause = "host not found: " + host;
+    } catch (const Poco::Net::CertificateValidationException&) {
+      // Thrown after the handshake, when the chain verified but names another host.
+      cause = "TLS certificate verification failed: the certificate does not name " + host;
+    } catch (const Poco::Net::SSLException& error) {
+      const std::string why = detail::LinkTls::verifyFailure();
+      if (!why.empty()) {
+        cause = "TLS certificate verification failed: " + why;
+      } else if (session && session->connecting()) {
+        cause = "TLS handshake failed: " + error.message();
+      } else {
+        // A reused connection that the server had closed, or a failure mid-exchange.
+        cause = "TLS: " + error.message();
+        if (reused) continue;
+      }
     } catch (const Poco::Net::MessageException& error) {
       cause = "malformed response (" + error.message() + ")";
     } catch (const Poco::IOException& error) {

@@ -1,5 +1,5 @@
 // connector::net::HttpLink: a context that carries OpaqueMessages to another process over
-// HTTP. deliver() POSTs the message's payload to <base URL>/<address> with the message's
+// HTTP or HTTPS. deliver() POSTs the message's payload to <base URL>/<address> with the message's
 // content type and answers with an OpaqueMessage holding the response body and the
 // response's content type.
 //
@@ -16,7 +16,17 @@
 //   std::runtime_error "POST <url> failed: <cause>", e.g. "POST
 //   http://127.0.0.1:8080/shop/ReserveItem failed: connection refused";
 // - a status other than 2xx: std::runtime_error "POST <url> failed: HTTP <status>
-//   <reason>" followed by ": <text>" when the body is {"error":"<text>"}.
+//   <reason>" followed by ": <text>" when the body is {"error":"<text>"}, e.g. "POST ...
+//   failed: HTTP 401 Unauthorized: Invalid bearer token";
+// - over HTTPS, a server certificate that does not chain to a trusted authority or does
+//   not name the URL's host: std::runtime_error "POST <url> failed: TLS certificate
+//   verification failed: <why>" (<why> is OpenSSL's reason, e.g. "unable to get local
+//   issuer certificate", or "the certificate does not name <host>"); any other failed
+//   handshake: "POST <url> failed: TLS handshake failed: <cause>".
+//
+// HTTPS: an https:// URL makes every connection a TLS one (TLS 1.2 or 1.3, Poco's NetSSL
+// over OpenSSL), trusting HttpLinkOptions::caFile or the system's store. A bearer token
+// in HttpLinkOptions::bearerToken goes with every request.
 //
 // Connections: the link keeps up to maxIdleConnections keep-alive connections and reuses
 // them; each delivery takes one (or opens a new one) for its whole request and response.
@@ -53,16 +63,21 @@ namespace connector::net {
 
 namespace detail {
 class LinkSession;
-}
+class LinkTls;
+}  // namespace detail
 
 class CONNECTOR_API HttpLink : public Context {
  public:
-  // `baseUrl` is "http://host[:port][/path]" (port 80 when omitted); addresses are
-  // appended to its path. Opens no connection yet.
-  // Throws std::invalid_argument "HttpLink needs an http:// URL, not '<url>'" for any
-  // other scheme, a URL without a host or one that does not parse, and
-  // std::invalid_argument "HttpLink time-outs must be positive" for a zero or negative
-  // time-out.
+  // `baseUrl` is "http://host[:port][/path]" (port 80 when omitted) or
+  // "https://host[:port][/path]" (port 443); addresses are appended to its path. Opens
+  // no connection yet.
+  // Throws std::invalid_argument "HttpLink needs an http:// or https:// URL, not
+  // '<url>'" for any other scheme, a URL without a host or one that does not parse,
+  // "HttpLink time-outs must be positive" for a zero or negative time-out, "HttpLink
+  // takes a CA file only with an https:// URL", and "HttpLink bearer token holds a
+  // character a bearer token cannot hold" (the token is not quoted); std::runtime_error
+  // "HttpLink cannot read the CA file '<path>': <cause>" or "HttpLink cannot load the CA
+  // file '<path>': <cause>".
   explicit HttpLink(const std::string& baseUrl, HttpLinkOptions options = {});
   ~HttpLink() override;
 
@@ -89,8 +104,9 @@ class CONNECTOR_API HttpLink : public Context {
   std::string host;
   unsigned short port = 80;
   std::string basePath;  // without a trailing '/'
-  std::string origin;    // "http://host:port"
+  std::string origin;    // "http://host:port" or "https://host:port"
   HttpLinkOptions linkOptions;
+  std::shared_ptr<const detail::LinkTls> tls;  // null over HTTP
 
   mutable std::mutex poolMutex;
   std::vector<std::unique_ptr<detail::LinkSession>> idle;  // guarded by poolMutex

@@ -43,6 +43,8 @@ inline constexpr const char* kBusy = "busy";                         // in-fligh
 inline constexpr const char* kHeaderTimeout = "header_timeout";      // header not in time
 inline constexpr const char* kBodyTimeout = "body_timeout";          // body stalled
 inline constexpr const char* kDeliveryTimeout = "delivery_timeout";  // answered 504
+inline constexpr const char* kTls = "tls";    // TLS handshake failed (plain HTTP, garbage, alert)
+inline constexpr const char* kAuth = "auth";  // no or a wrong bearer token: answered 401
 }  // namespace reason
 
 }  // namespace connector::transport::metric

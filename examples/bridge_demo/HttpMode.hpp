@@ -5,6 +5,12 @@
 //   httpmode::url = "http://127.0.0.1:8080";             // from --http
 //   auto link = httpmode::linkFor(std::move(inProcessLink));
 //
+// Over HTTPS, --ca-file names the authorities to trust (the system's store without it)
+// and --token-file a file whose first line (empty lines and '#' lines skipped) is the
+// bearer token sent with every request:
+//
+//   bridge_demo --http https://127.0.0.1:8443 --ca-file ca.pem --token-file token
+//
 // Over HTTP a far failure arrives as "POST <url> failed: HTTP 500 ...: <text>", and the
 // far inventory (one per gateway, several behind a balancer) is not the local one, so
 // the local stock and reservation-id checks do not apply.
@@ -13,6 +19,8 @@
 #pragma once
 
 #include <exception>
+#include <fstream>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -23,13 +31,71 @@
 
 namespace httpmode {
 
-inline std::string url;  // empty: in-process link
+inline std::string url;                              // empty: in-process link
+inline connector::net::HttpLinkOptions linkOptions;  // --ca-file, --token-file
 
 inline bool enabled() { return !url.empty(); }
 
 inline std::shared_ptr<connector::Context> linkFor(std::shared_ptr<connector::Context> inProcess) {
   if (!enabled()) return inProcess;
-  return std::make_shared<connector::net::HttpLink>(url);
+  return std::make_shared<connector::net::HttpLink>(url, linkOptions);
+}
+
+// The first line of `path` that is neither empty nor a '#' comment, without the blanks
+// around it; empty when there is none. Throws std::runtime_error when it cannot be read.
+inline std::string readToken(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) throw std::runtime_error("cannot read the token file '" + path + "'");
+  std::string line;
+  while (std::getline(in, line)) {
+    const auto first = line.find_first_not_of(" \t\r");
+    if (first == std::string::npos || line[first] == '#') continue;
+    return line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
+  }
+  return {};
+}
+
+// Takes "--ca-file F" or "--token-file F" (advancing i): 0 when taken, -1 when `arg` is
+// neither, 2 when it is misused (the reason printed).
+inline int parseSecurityFlag(const std::string& arg, int argc, char** argv, int& i) {
+  if (arg != "--ca-file" && arg != "--token-file") return -1;
+  if (i + 1 >= argc) {
+    std::cerr << "bridge_demo: " << arg << " needs a file\n";
+    return 2;
+  }
+  const std::string file = argv[++i];
+  if (arg == "--ca-file") {
+    linkOptions.caFile = file;
+    return 0;
+  }
+  try {
+    linkOptions.bearerToken = readToken(file);
+  } catch (const std::exception& error) {
+    std::cerr << "bridge_demo: " << error.what() << "\n";
+    return 2;
+  }
+  if (linkOptions.bearerToken.empty()) {
+    std::cerr << "bridge_demo: the token file '" << file << "' holds no token\n";
+    return 2;
+  }
+  return 0;
+}
+
+// False, with the reason printed, when the link of the --http mode cannot be made from
+// the flags (a bad URL, a CA file that does not load, a token that is not one).
+inline bool usable() {
+  if (!enabled()) {
+    if (linkOptions.caFile.empty() && linkOptions.bearerToken.empty()) return true;
+    std::cerr << "bridge_demo: --ca-file and --token-file go with --http\n";
+    return false;
+  }
+  try {
+    connector::net::HttpLink probe(url, linkOptions);
+    return true;
+  } catch (const std::exception& error) {
+    std::cerr << "bridge_demo: " << error.what() << "\n";
+    return false;
+  }
 }
 
 // True when `error` is the far failure `expected`, as the link in use reports it.

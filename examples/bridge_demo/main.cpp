@@ -34,8 +34,8 @@ using MessagePtr = std::unique_ptr<connector::Message>;
 using Clock = std::chrono::steady_clock;
 
 const char* const kUsage =
-    "usage: bridge_demo [--requests N] [--threads N] [--quiet] [--http URL] [--nats URL]\n"
-    "                   [--nats-timeout S] [--help]\n"
+    "usage: bridge_demo [--requests N] [--threads N] [--quiet] [--http URL] [--ca-file F]\n"
+    "                   [--token-file F] [--nats URL] [--nats-timeout S] [--help]\n"
     "\n"
     "Joins two nodes with an in-process link and sends typed requests to an inventory\n"
     "service on the far node through the JSON bridge.\n"
@@ -44,6 +44,9 @@ const char* const kUsage =
     "  --threads N   client threads of the load run (default 2, at most 256)\n"
     "  --quiet       print only the load run's summary line\n"
     "  --http URL    cross to a connector-gateway at URL over HTTP instead\n"
+    "  --ca-file F   with an https:// URL: trust the authorities in PEM file F (default:\n"
+    "                the system's store)\n"
+    "  --token-file F  send the bearer token in file F (its first line) with --http\n"
     "  --nats URL    cross over the NATS server at URL to the service processes\n"
     "                (connector-gateway --nats URL) instead\n"
     "  --nats-timeout S  how long a request over NATS waits for its answer (default 30)\n"
@@ -91,6 +94,11 @@ int parseOptions(int argc, char** argv, Options& options) {
       }
       natsmode::timeout = std::chrono::milliseconds(static_cast<long>(seconds * 1000));
       continue;
+    }
+    if (const int taken = httpmode::parseSecurityFlag(arg, argc, argv, i); taken >= 0) {
+      if (taken == 0) continue;
+      std::cerr << "\n" << kUsage;
+      return 2;
     }
     if (arg == "--quiet") {
       options.quiet = true;
@@ -321,6 +329,7 @@ int main(int argc, char** argv) {
   if (int status = parseOptions(argc, argv, options); status >= 0) {
     return status;
   }
+  if (!httpmode::usable()) return 2;  // --http with --ca-file, --token-file
 
   // With --quiet the two shown requests still run and are checked, but print nothing.
   std::ostream discard(nullptr);

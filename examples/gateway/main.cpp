@@ -11,7 +11,8 @@
 // At start it raises its open-file limit to the hard limit (every connection is a
 // descriptor) and prints the limits it runs with. SIGINT or SIGTERM drains it: it stops
 // accepting, answers the requests already read, prints how many requests it served and
-// exits 0.
+// exits 0. With --tls-cert and --tls-key it serves HTTPS; with --auth-tokens it asks every
+// request but GET /healthz for a bearer token, and SIGHUP re-reads the tokens file.
 #include <sys/resource.h>
 
 #include <chrono>
@@ -19,6 +20,7 @@
 #include <cstdint>
 #include <exception>
 #include <iostream>
+#include <sstream>
 #include <string>
 
 #include <pthread.h>
@@ -27,7 +29,9 @@
 #include <connector/net/HttpGateway.hpp>
 
 #include "NatsMode.hpp"
+#include "SecurityFlags.hpp"
 #include "shop/ShopNodes.hpp"
+#include "shop/ShopTypes.hpp"
 
 namespace {
 
@@ -52,6 +56,12 @@ const char* const kUsage =
     "  --delivery-timeout S         time for a service's answer; then 504 (default 30)\n"
     "  --drain-timeout S            time to answer requests in flight on SIGINT/SIGTERM\n"
     "                               (default 10)\n"
+    "  --tls-cert FILE              serve HTTPS with this PEM certificate chain (needs\n"
+    "                               --tls-key)\n"
+    "  --tls-key FILE               the PEM private key of --tls-cert, not encrypted\n"
+    "  --auth-tokens FILE           accept only requests with \"Authorization: Bearer T\",\n"
+    "                               T a line of FILE (GET /healthz needs none); SIGHUP\n"
+    "                               re-reads FILE\n"
     "  --nats URL                   also serve the services over NATS at URL, e.g.\n"
     "                               nats://127.0.0.1:4222 (subjects connector.<address with\n"
     "                               '.' for '/'>, queue group connector); /metrics then counts\n"
@@ -61,8 +71,9 @@ const char* const kUsage =
     "                               HTTP edge; --delivery-timeout bounds each request)\n"
     "  --help                       print this text\n"
     "\n"
-    "Prints its limits, then \"listening on http://HOST:PORT\" once it serves; SIGINT or\n"
-    "SIGTERM drains it (NATS first, then HTTP) and exits 0.\n";
+    "Prints its limits, then \"listening on http://HOST:PORT\" (https:// with --tls-cert)\n"
+    "once it serves; SIGHUP re-reads the tokens file; SIGINT or SIGTERM drains it (NATS\n"
+    "first, then HTTP) and exits 0.\n";
 
 bool parseNumber(const std::string& text, unsigned long long max, unsigned long long& value) {
   if (text.empty() || text.size() > 12 ||
@@ -134,7 +145,8 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
       good = parseSeconds(value, options.deliveryTimeout);
     } else if (arg == "--drain-timeout") {
       good = parseSeconds(value, options.drainTimeout);
-    } else if (natsmode::accept(arg, value)) {
+    } else if (security::parseFlag(arg, value, options)) {  // see SecurityFlags.hpp
+    } else if (natsmode::accept(arg, value)) {  // see NatsMode.hpp
       good = !value.empty();
     } else {
       std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
@@ -189,6 +201,13 @@ void printLimits(const connector::net::HttpGatewayOptions& options, rlim_t openF
   }
 }
 
+// GET /schemas: the JSON Schemas of the shop's message types, by type name.
+std::string schemasText() {
+  std::ostringstream out;
+  shop::shopSchemas()->stringify(out, 0, -1);
+  return out.str();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -205,14 +224,17 @@ int main(int argc, char** argv) {
   sigemptyset(&stopSignals);
   sigaddset(&stopSignals, SIGINT);
   sigaddset(&stopSignals, SIGTERM);
+  sigaddset(&stopSignals, SIGHUP);  // re-reads the tokens file
   pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
   const rlim_t openFiles = raiseOpenFileLimit();
   printLimits(options, openFiles);
+  security::printSettings(options);
 
   try {
     // The far node (gateway router -> deserializers -> services), unless an edge.
     const auto nodes = natsmode::forwarding() ? nullptr : std::make_unique<shop::ShopNodes>();
+    options.schemas = schemasText();
     const auto gateway =
         nodes ? std::make_unique<connector::net::HttpGateway>(nodes->gateway, options)
               : natsmode::edge(options);
@@ -221,7 +243,9 @@ int main(int argc, char** argv) {
     std::cout << "listening on " << gateway->url() << std::endl;
 
     int signal = 0;
-    sigwait(&stopSignals, &signal);
+    while (sigwait(&stopSignals, &signal) == 0 && signal == SIGHUP) {
+      security::reloadOnHangup(*gateway);
+    }
     if (listener) {
       listener->stop();  // leaves the queue group first; HTTP goes on meanwhile
       std::cout << "connector-gateway: served " << listener->requestsServed()

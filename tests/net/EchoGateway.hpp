@@ -67,6 +67,12 @@ class ControlledEcho : public connector::ServiceProvider {
     return changed.wait_for(lock, std::chrono::seconds(10), [&] { return entered >= count; });
   }
 
+  // Deliveries begun so far.
+  int deliveries() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return entered;
+  }
+
   // Waits (at most 10 s) until `count` deliveries have ended.
   bool waitFinished(int count) {
     std::unique_lock<std::mutex> lock(mutex);

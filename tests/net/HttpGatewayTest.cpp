@@ -1,13 +1,16 @@
 // HttpGateway: the HTTP face of a router, status by status.
 #include <chrono>
 #include <future>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "NetFixtures.hpp"
+#include "shop/ShopTypes.hpp"
 #include "support/ExpectThrow.hpp"
 
 namespace {
@@ -18,6 +21,12 @@ using nettest::FarShop;
 using nettest::rawExchange;
 
 const std::string kReserve = R"({"type":"shop/ReserveItem","sku":"LAMP-01","quantity":2})";
+
+std::string schemasOfTheShop() {
+  std::ostringstream out;
+  shop::shopSchemas()->stringify(out, 0, -1);
+  return out.str();
+}
 
 TEST(HttpGatewayTest, PostOfJsonIsAnsweredWithTheTypedAnswersJson) {
   FarShop far;
@@ -44,6 +53,38 @@ TEST(HttpGatewayTest, GetOfTheRootListsTheBoundAddresses) {
   EXPECT_EQ(answer.status, 200);
   EXPECT_EQ(answer.contentType, "application/json");
   EXPECT_EQ(answer.body, R"({"addresses":["shop/CancelOrder","shop/ReserveItem"]})");
+}
+
+TEST(HttpGatewayTest, GetOfSchemasAnswersTheDocumentItWasGiven) {
+  HttpGatewayOptions options;
+  options.schemas = schemasOfTheShop();
+  FarShop far(options);
+  nettest::RawAnswer answer = rawExchange(far.port(), "GET", "/schemas");
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_EQ(answer.contentType, "application/json");
+  EXPECT_EQ(answer.body, options.schemas);
+  Poco::JSON::Parser parser;
+  const auto schemas = parser.parse(answer.body).extract<Poco::JSON::Object::Ptr>();
+  EXPECT_EQ(schemas->getNames(),
+            (std::vector<std::string>{"shop/CancelOrder", "shop/OrderCancelled", "shop/Reservation",
+                                      "shop/ReserveItem"}));
+  EXPECT_EQ(schemas->getObject("shop/ReserveItem")->getValue<std::string>("$schema"),
+            "https://json-schema.org/draft/2020-12/schema");
+}
+
+TEST(HttpGatewayTest, GetOfSchemasWithoutADocumentAnswersAnEmptyObject) {
+  FarShop far;
+  nettest::RawAnswer answer = rawExchange(far.port(), "GET", "/schemas");
+  EXPECT_EQ(answer.status, 200);
+  EXPECT_EQ(answer.body, "{}");
+}
+
+TEST(HttpGatewayTest, SchemasIsAReservedPathAnsweredOnGetOnly) {
+  FarShop far;
+  nettest::RawAnswer answer = rawExchange(far.port(), "POST", "/schemas", kReserve);
+  EXPECT_EQ(answer.status, 405);
+  EXPECT_EQ(answer.allow, "GET");
+  EXPECT_EQ(answer.body, R"({"error":"Method POST is not allowed on /schemas; use GET"})");
 }
 
 TEST(HttpGatewayTest, BytesThatAreNotJsonAreAnswered400WithTheParsersText) {

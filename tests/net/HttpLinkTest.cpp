@@ -157,15 +157,17 @@ TEST(HttpLinkTest, TheEncodedTargetReachesTheServer) {
   EXPECT_EQ(dynamic_cast<OpaqueMessage&>(*answer).payload.view(), "{}");
 }
 
-TEST(HttpLinkTest, UrlsOtherThanHttpAreRefused) {
-  EXPECT_THROW_TEXT(HttpLink("https://example.test"), std::invalid_argument,
-                    "HttpLink needs an http:// URL, not 'https://example.test'");
+TEST(HttpLinkTest, UrlsOtherThanHttpOrHttpsAreRefused) {
+  EXPECT_THROW_TEXT(HttpLink("ftp://example.test"), std::invalid_argument,
+                    "HttpLink needs an http:// or https:// URL, not 'ftp://example.test'");
   EXPECT_THROW_TEXT(HttpLink("example.test:80"), std::invalid_argument,
-                    "HttpLink needs an http:// URL, not 'example.test:80'");
+                    "HttpLink needs an http:// or https:// URL, not 'example.test:80'");
   EXPECT_THROW_TEXT(HttpLink("http://"), std::invalid_argument,
-                    "HttpLink needs an http:// URL, not 'http://'");
+                    "HttpLink needs an http:// or https:// URL, not 'http://'");
+  EXPECT_THROW_TEXT(HttpLink("https://"), std::invalid_argument,
+                    "HttpLink needs an http:// or https:// URL, not 'https://'");
   EXPECT_THROW_TEXT(HttpLink("http://h/x?q=1"), std::invalid_argument,
-                    "HttpLink needs an http:// URL, not 'http://h/x?q=1'");
+                    "HttpLink needs an http:// or https:// URL, not 'http://h/x?q=1'");
 }
 
 TEST(HttpLinkTest, NonPositiveTimeOutsAreRefused) {

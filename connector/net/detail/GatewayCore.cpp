@@ -11,6 +11,7 @@
 
 #include "connector/net/detail/GatewayListener.hpp"
 #include "connector/net/detail/GatewaySession.hpp"
+#include "connector/net/detail/TlsServerContext.hpp"
 #include "connector/transport/DeliveryAnswer.hpp"
 #include "connector/transport/MetricNames.hpp"
 
@@ -22,16 +23,31 @@ namespace metric = transport::metric;
 namespace {
 
 // Statuses whose counters are made up front; others are made when first answered.
-const std::array<int, 9> kKnownStatuses = {200, 400, 404, 405, 413, 431, 500, 503, 504};
+const std::array<int, 10> kKnownStatuses = {200, 400, 401, 404, 405, 413, 431, 500, 503, 504};
 
-const char* const kReasons[] = {metric::reason::kConnections,    metric::reason::kHeaderSize,
-                                metric::reason::kBodySize,       metric::reason::kBusy,
-                                metric::reason::kHeaderTimeout,  metric::reason::kBodyTimeout,
-                                metric::reason::kDeliveryTimeout};
+const char* const kReasons[] = {metric::reason::kConnections,
+                                metric::reason::kHeaderSize,
+                                metric::reason::kBodySize,
+                                metric::reason::kBusy,
+                                metric::reason::kHeaderTimeout,
+                                metric::reason::kBodyTimeout,
+                                metric::reason::kDeliveryTimeout,
+                                metric::reason::kTls,
+                                metric::reason::kAuth};
 
 // Seconds: from well under a millisecond (a cached answer) to the 30 s delivery time-out.
 const std::vector<double> kDurationBuckets = {0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1,
                                               0.25,   0.5,   1,      2.5,   5,    10,    30};
+
+// Serves a counted connection; answers 503 on one over the limit.
+template <class Session>
+void begin(const std::shared_ptr<Session>& session, bool counted) {
+  if (counted) {
+    session->start();
+  } else {
+    session->refuse();
+  }
+}
 
 }  // namespace
 
@@ -81,6 +97,12 @@ void GatewayMetrics::answered(int status, double seconds) {
 GatewayCore::GatewayCore(std::shared_ptr<Router> router, std::shared_ptr<Context> forward,
                          const HttpGatewayOptions& options)
     : options(options),
+      tls(options.tlsCertificateFile.empty()
+              ? nullptr
+              : makeTlsServerContext(options.tlsCertificateFile, options.tlsKeyFile)),
+      tokens(options.authTokensFile.empty()
+                 ? nullptr
+                 : std::make_unique<BearerTokens>(options.authTokensFile)),
       registry(options.metrics ? options.metrics : std::make_shared<transport::MetricsRegistry>()),
       metrics(*registry),
       budget(options.maxInFlightBytes),
@@ -162,17 +184,21 @@ void GatewayCore::accepted(asio::ip::tcp::socket socket) {
   boost::system::error_code ignored;
   // An answer leaves as header then body: neither may wait for a delayed acknowledgement.
   socket.set_option(asio::ip::tcp::no_delay(true), ignored);
-  using Session = GatewaySession<boost::beast::tcp_stream>;
-  if (connections.fetch_add(1, std::memory_order_relaxed) >= options.maxConnections) {
+  const bool counted = connections.fetch_add(1, std::memory_order_relaxed) < options.maxConnections;
+  if (!counted) {
     connections.fetch_sub(1, std::memory_order_relaxed);
     metrics.rejected(Rejection::Connections);
-    std::make_shared<Session>(boost::beast::tcp_stream(std::move(socket)), shared_from_this(),
-                              false)
-        ->refuse();
-    return;
   }
-  std::make_shared<Session>(boost::beast::tcp_stream(std::move(socket)), shared_from_this(), true)
-      ->start();
+  if (tls) {
+    begin(std::make_shared<GatewaySession<TlsStream>>(
+              TlsStream(boost::beast::tcp_stream(std::move(socket)), *tls), shared_from_this(),
+              counted),
+          counted);
+  } else {
+    begin(std::make_shared<GatewaySession<PlainStream>>(PlainStream(std::move(socket)),
+                                                        shared_from_this(), counted),
+          counted);
+  }
 }
 
 void GatewayCore::add(const std::shared_ptr<SessionBase>& session) {

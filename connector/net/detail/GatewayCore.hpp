@@ -29,10 +29,12 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/ssl/context.hpp>
 
 #include "connector/host/DataBuffer.hpp"
 #include "connector/host/Router.hpp"
 #include "connector/net/HttpGatewayOptions.hpp"
+#include "connector/net/detail/BearerTokens.hpp"
 #include "connector/net/detail/InFlightBudget.hpp"
 #include "connector/net/detail/WorkerPool.hpp"
 #include "connector/transport/DeliveryAnswer.hpp"
@@ -61,7 +63,9 @@ enum class Rejection {
   Busy,
   HeaderTimeout,
   BodyTimeout,
-  DeliveryTimeout
+  DeliveryTimeout,
+  Tls,
+  Auth
 };
 
 // The handles of the gateway's metrics.
@@ -79,11 +83,11 @@ class GatewayMetrics {
 
  private:
   transport::MetricsRegistry& registry;
-  std::array<transport::MetricsRegistry::Counter, 9> known;  // by the statuses answered
-  std::mutex mutex;                                          // guards byStatus, the other statuses
+  std::array<transport::MetricsRegistry::Counter, 10> known;  // by the statuses answered
+  std::mutex mutex;                                           // guards byStatus, the other statuses
   std::unordered_map<int, transport::MetricsRegistry::Counter> byStatus;
   transport::MetricsRegistry::Histogram duration;
-  std::array<transport::MetricsRegistry::Counter, 7> rejections;
+  std::array<transport::MetricsRegistry::Counter, 9> rejections;
 };
 
 // A delivery's answer, made on a worker thread.
@@ -91,7 +95,9 @@ using transport::DeliveryAnswer;
 
 class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
  public:
-  // Serves `router`, or, when it is null, forwards every delivery to `forward`.
+  // Serves `router`, or, when it is null, forwards every delivery to `forward`. Loads
+  // the TLS files and the tokens file the options name; throws as HttpGateway's
+  // constructor does for them.
   GatewayCore(std::shared_ptr<Router> router, std::shared_ptr<Context> forward,
               const HttpGatewayOptions& options);
   ~GatewayCore();
@@ -108,7 +114,8 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   // Closes the listening socket of a gateway that never started. Never throws.
   void closeUnstarted() noexcept;
 
-  // A new connection from the accept loop: a session, or a 503 when over the limit.
+  // A new connection from the accept loop: a session (over TLS when serving HTTPS), or a
+  // 503 when over the limit.
   void accepted(boost::asio::ip::tcp::socket socket);
 
   // Sessions register while they live, so that a drain reaches them.
@@ -125,6 +132,10 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   std::string metricsText() const { return registry->exposition(); }
 
   const HttpGatewayOptions options;
+  // The TLS context when serving HTTPS, else null.
+  const std::unique_ptr<boost::asio::ssl::context> tls;
+  // The accepted bearer tokens when options.authTokensFile is set, else null.
+  const std::unique_ptr<BearerTokens> tokens;
   const std::shared_ptr<transport::MetricsRegistry> registry;
   GatewayMetrics metrics;
   InFlightBudget budget;

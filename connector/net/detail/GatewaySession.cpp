@@ -3,10 +3,13 @@
 #include <string_view>
 #include <utility>
 
+#include <openssl/ssl.h>
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/ssl/error.hpp>
 #include <boost/asio/write.hpp>
 
+#include "connector/host/ModuleLogger.hpp"
 #include "connector/net/detail/RequestRoute.hpp"
 #include "connector/transport/ErrorBody.hpp"
 #include "connector/transport/FailureAnswer.hpp"
@@ -53,7 +56,7 @@ void closeSending(beast::tcp_stream& stream) noexcept {
 template <class Stream>
 GatewaySession<Stream>::GatewaySession(Stream&& stream, std::shared_ptr<GatewayCore> core,
                                        bool counted)
-    : stream(std::move(stream)), core(std::move(core)), counted(counted) {
+    : core(std::move(core)), counted(counted), stream(std::move(stream)) {
   if (counted) this->core->metrics.connectionsOpen.increment();
 }
 
@@ -74,21 +77,68 @@ template <class Stream>
 void GatewaySession<Stream>::start() {
   core->add(this->shared_from_this());
   acceptedAt = Clock::now();
-  asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] { self->maybeRead(); });
+  asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] {
+    self->handshake(&GatewaySession::maybeRead);
+  });
 }
 
 template <class Stream>
 void GatewaySession<Stream>::refuse() {
   core->add(this->shared_from_this());
+  acceptedAt = Clock::now();
   asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] {
-    self->closing = true;
-    Slot& slot = self->pushSlot(false);
-    self->answerError(
-        slot, 503,
-        "Too many connections (limit " + std::to_string(self->core->options.maxConnections) + ")",
-        true);
-    self->writeNext();
+    self->handshake(&GatewaySession::answerTooMany);
   });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::answerTooMany() {
+  closing = true;
+  Slot& slot = pushSlot(false);
+  answerError(slot, 503,
+              "Too many connections (limit " + std::to_string(core->options.maxConnections) + ")",
+              true);
+  writeNext();
+}
+
+template <class Stream>
+void GatewaySession<Stream>::handshake(void (GatewaySession::*next)()) {
+  if constexpr (kTls) {
+    // Nothing read yet: a drain closes the connection at once. The handshake and the
+    // first request header share one deadline.
+    reading = Reading::Idle;
+    beast::get_lowest_layer(stream).expires_at(acceptedAt + core->options.headerTimeout);
+    stream.async_handshake(asio::ssl::stream_base::server,
+                           [self = this->shared_from_this(), next](const error_code& error) {
+                             self->reading = Reading::None;
+                             if (self->closed) return;
+                             if (error) {
+                               self->onHandshakeFailure(error);
+                               return;
+                             }
+                             ((*self).*next)();
+                           });
+  } else {
+    (this->*next)();
+  }
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onHandshakeFailure(const error_code& error) {
+  if constexpr (kTls) {
+    if (error == beast::error::timeout) {
+      core->metrics.rejected(Rejection::HeaderTimeout);
+    } else if (error.category() == asio::error::get_ssl_category() ||
+               SSL_get_state(stream.native_handle()) != TLS_ST_BEFORE) {
+      // Plain HTTP or other bytes that are no TLS handshake, a protocol or cipher the
+      // gateway does not speak, an alert from a client that does not trust the
+      // certificate, or a handshake cut off after it began. A client that closed
+      // before its first message simply left.
+      core->metrics.rejected(Rejection::Tls);
+      logRefusal("TLS handshake failed: " + error.message());
+    }
+  }
+  shutdownNow();
 }
 
 template <class Stream>
@@ -205,9 +255,10 @@ void GatewaySession<Stream>::onHeader(const error_code& error) {
   slot.keepAlive = request.keep_alive();
   if (!slot.keepAlive) closing = true;
 
-  const RequestRoute route =
+  RequestRoute route =
       routeRequest(std::string_view(request.method_string().data(), request.method_string().size()),
                    std::string_view(request.target().data(), request.target().size()));
+  if (core->tokens && route.kind != RequestRoute::Health) checkToken(request, route);
   if (route.kind != RequestRoute::Deliver) {
     // Answered without the body: a body that is there is never read, so the
     // connection closes after the answer.
@@ -215,6 +266,7 @@ void GatewaySession<Stream>::onHeader(const error_code& error) {
     if (route.kind == RequestRoute::Refuse) {
       answerError(slot, route.status, route.text, unreadBody);
       if (!route.allow.empty()) slot.response.set(http::field::allow, route.allow);
+      if (route.challenge) slot.response.set(http::field::www_authenticate, "Bearer");
     } else {
       answerLocally(slot, route.kind);
       slot.close = slot.close || unreadBody;
@@ -245,6 +297,42 @@ void GatewaySession<Stream>::onHeader(const error_code& error) {
     return;
   }
   waitForBudget(bytes);
+}
+
+template <class Stream>
+void GatewaySession<Stream>::checkToken(const typename Parser::value_type& request,
+                                        RequestRoute& route) {
+  const auto found = request.find(http::field::authorization);
+  const bool present = found != request.end();
+  BearerTokens::Verdict verdict = BearerTokens::Verdict::Malformed;
+  if (request.count(http::field::authorization) <= 1) {
+    verdict =
+        core->tokens->check(present ? std::string_view(found->value().data(), found->value().size())
+                                    : std::string_view(),
+                            present);
+  }
+  if (verdict == BearerTokens::Verdict::Accepted) return;
+  core->metrics.rejected(Rejection::Auth);
+  route = RequestRoute();
+  route.kind = RequestRoute::Refuse;
+  route.status = 401;
+  route.text = BearerTokens::textOf(verdict);
+  route.challenge = true;
+  // The method and the path, not the query (a client may put a token there), and
+  // never the header.
+  const std::string_view target(request.target().data(), request.target().size());
+  logRefusal("401 " + std::string(request.method_string()) + " " +
+             std::string(target.substr(0, target.find_first_of("?#"))) + ": " + route.text);
+}
+
+template <class Stream>
+void GatewaySession<Stream>::logRefusal(const std::string& what) {
+  json::ModuleLogRecord record;
+  if (!record) return;
+  error_code ignored;
+  const auto peer = beast::get_lowest_layer(stream).socket().remote_endpoint(ignored);
+  record << "HttpGateway refused a client at " << peer.address().to_string() << ":" << peer.port()
+         << ": " << what;
 }
 
 template <class Stream>
@@ -464,6 +552,13 @@ void GatewaySession<Stream>::answerLocally(Slot& slot, int kind) {
         answer(slot, 200, kJson, common::DataBuffer(std::string_view(R"({"status":"ok"})")), false);
       }
       break;
+    case RequestRoute::Schemas:
+      answer(slot, 200, kJson,
+             common::DataBuffer(core->options.schemas.empty()
+                                    ? std::string_view("{}")
+                                    : std::string_view(core->options.schemas)),
+             false);
+      break;
     default:
       answer(slot, 200, "text/plain; version=0.0.4; charset=utf-8",
              common::DataBuffer(core->metricsText()), false);
@@ -579,16 +674,38 @@ void GatewaySession<Stream>::linger() {
   closing = true;
   releaseHeld();
   parser.reset();
-  closeSending(beast::get_lowest_layer(stream));
   buffer.consume(buffer.size());
   beast::get_lowest_layer(stream).expires_after(
       std::min<std::chrono::milliseconds>(kLinger, core->options.bodyTimeout));
   reading = Reading::Idle;
-  stream.async_read_some(buffer.prepare(4096), [self = this->shared_from_this()](
-                                                   const error_code& error, std::size_t bytes) {
-    self->buffer.commit(bytes);
-    self->onLinger(error);
-  });
+  if constexpr (kTls) {
+    // close_notify tells the client that the answer is complete; the shutdown ends
+    // when the client answers it or leaves (or the deadline passes).
+    stream.async_shutdown([self = this->shared_from_this()](const error_code& error) {
+      if (self->closed || error == beast::error::timeout) {
+        self->shutdownNow();
+        return;
+      }
+      self->dropUntilEnd();
+    });
+  } else {
+    dropUntilEnd();
+  }
+}
+
+template <class Stream>
+void GatewaySession<Stream>::dropUntilEnd() {
+  // What the client still sends is read from the socket and dropped (as bytes, also on
+  // a TLS connection), so that it reads its answer instead of a reset.
+  closeSending(beast::get_lowest_layer(stream));
+  buffer.consume(buffer.size());
+  reading = Reading::Idle;
+  beast::get_lowest_layer(stream).async_read_some(
+      buffer.prepare(4096),
+      [self = this->shared_from_this()](const error_code& error, std::size_t bytes) {
+        self->buffer.commit(bytes);
+        self->onLinger(error);
+      });
 }
 
 template <class Stream>
@@ -598,13 +715,7 @@ void GatewaySession<Stream>::onLinger(const error_code& error) {
     shutdownNow();
     return;
   }
-  buffer.consume(buffer.size());
-  reading = Reading::Idle;
-  stream.async_read_some(buffer.prepare(4096), [self = this->shared_from_this()](
-                                                   const error_code& error, std::size_t bytes) {
-    self->buffer.commit(bytes);
-    self->onLinger(error);
-  });
+  dropUntilEnd();
 }
 
 template <class Stream>
@@ -629,6 +740,7 @@ void GatewaySession<Stream>::releaseHeld() {
   }
 }
 
-template class GatewaySession<beast::tcp_stream>;
+template class GatewaySession<PlainStream>;
+template class GatewaySession<TlsStream>;
 
 }  // namespace connector::net::detail

@@ -11,8 +11,11 @@
 // answers; past it the session reads no more until answers leave (back-pressure instead
 // of growth). A request whose body does not fit the in-flight budget waits, unread.
 //
-// The session is generic over its stream: anything whose lowest layer is a
-// beast::tcp_stream (a TLS stream over it, later) works once closeSending() knows it.
+// The session is generic over its stream: PlainStream (HTTP) or TlsStream (HTTPS, a TLS
+// stream over a tcp_stream). A TLS session first completes its handshake, within the
+// headerTimeout of the connection's first request; a handshake that fails is counted
+// (reason "tls") unless the client left before saying anything. A TLS connection that
+// closes after its last answer sends close_notify before it stops sending.
 //
 // Thread-safety: everything runs on the stream's strand; drain() and forceClose() post
 // there, and workers post their answers there.
@@ -25,15 +28,21 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
+#include <boost/beast/ssl.hpp>
 
 #include "connector/net/detail/DataBufferBody.hpp"
 #include "connector/net/detail/GatewayCore.hpp"
+#include "connector/net/detail/RequestRoute.hpp"
 
 namespace connector::net::detail {
+
+using PlainStream = boost::beast::tcp_stream;
+using TlsStream = boost::beast::ssl_stream<boost::beast::tcp_stream>;
 
 // Stops sending on a plain TCP stream (the answer is out; the peer sees the end).
 void closeSending(boost::beast::tcp_stream& stream) noexcept;
@@ -62,6 +71,7 @@ class GatewaySession : public SessionBase,
   void forceClose() override;
 
  private:
+  static constexpr bool kTls = std::is_same_v<Stream, TlsStream>;
   using Clock = std::chrono::steady_clock;
   using Parser = boost::beast::http::request_parser<DataBufferBody>;
   using Response = boost::beast::http::response<DataBufferBody>;
@@ -82,6 +92,12 @@ class GatewaySession : public SessionBase,
     Clock::time_point deadline;  // of a delivery
   };
 
+  // The TLS handshake (a TlsStream only), then `next`.
+  void handshake(void (GatewaySession::*next)());
+  void onHandshakeFailure(const boost::beast::error_code& error);
+  // The 503 of a connection over maxConnections.
+  void answerTooMany();
+
   // Reading.
   void readRequest();
   void onFirstBytes(const boost::beast::error_code& error, std::size_t bytes);
@@ -94,6 +110,11 @@ class GatewaySession : public SessionBase,
   void onBody(const boost::beast::error_code& error);
   void onReadFailure(const boost::beast::error_code& error, bool inBody);
   void dispatch();
+  // Refuses the request just read unless it carries an accepted bearer token (when the
+  // gateway asks for one): turns `route` into a 401.
+  void checkToken(const Parser::value_type& request, RequestRoute& route);
+  // Logs (when the module logger is on) why the request or connection was refused.
+  void logRefusal(const std::string& what);
 
   // Answers.
   Slot& pushSlot(bool inFlight);
@@ -117,15 +138,18 @@ class GatewaySession : public SessionBase,
   void sendContinue();
   void maybeRead();
   void linger();
+  void dropUntilEnd();
   void onLinger(const boost::beast::error_code& error);
   void shutdownNow();
   void releaseHeld();
 
+  // The core owns the io_context the stream's timers live in: declared first, it is
+  // released last, after the stream, when the session is the last one to hold it.
+  const std::shared_ptr<GatewayCore> core;
+  const bool counted;
   Stream stream;
   boost::beast::flat_buffer buffer;
   std::optional<Parser> parser;
-  const std::shared_ptr<GatewayCore> core;
-  const bool counted;
 
   std::deque<Slot> slots;  // answers in request order
   std::uint64_t nextSequence = 0;

@@ -49,6 +49,7 @@ RequestRoute routeRequest(std::string_view method, std::string_view target) {
   if (path.empty() || path == "/") return onlyGet(method, "/", RequestRoute::ListAddresses);
   if (path == kHealthPath) return onlyGet(method, path, RequestRoute::Health);
   if (path == kMetricsPath) return onlyGet(method, path, RequestRoute::Metrics);
+  if (path == kSchemasPath) return onlyGet(method, path, RequestRoute::Schemas);
   if (method != "POST") {
     return refuse(
         405, "Method " + std::string(method) + " is not allowed on " + path + "; use POST", "POST");

@@ -4,8 +4,8 @@
 //   RequestRoute route = routeRequest("POST", "/shop%2FReserveItem");
 //   // route.kind == RequestRoute::Deliver, route.address == "shop/ReserveItem"
 //
-// Paths: "/" lists the bound addresses (GET), "/healthz" and "/metrics" are reserved
-// (GET), every other path names an address (POST). Any other method is refused 405
+// Paths: "/" lists the bound addresses (GET), "/healthz", "/metrics" and "/schemas" are
+// reserved (GET), every other path names an address (POST). Any other method is refused 405
 // with the Allow header naming the one that is allowed; a target that cannot be decoded
 // is refused 400.
 //
@@ -19,14 +19,16 @@ namespace connector::net::detail {
 
 inline constexpr std::string_view kHealthPath = "/healthz";
 inline constexpr std::string_view kMetricsPath = "/metrics";
+inline constexpr std::string_view kSchemasPath = "/schemas";
 
 struct RequestRoute {
-  enum Kind { ListAddresses, Health, Metrics, Deliver, Refuse };
+  enum Kind { ListAddresses, Health, Metrics, Schemas, Deliver, Refuse };
   Kind kind = Refuse;
-  std::string address;  // Deliver: the address, without the leading '/'
-  int status = 0;       // Refuse: 400 or 405
-  std::string text;     // Refuse: the error text
-  std::string allow;    // Refuse 405: the allowed method
+  std::string address;     // Deliver: the address, without the leading '/'
+  int status = 0;          // Refuse: 400 or 405
+  std::string text;        // Refuse: the error text
+  std::string allow;       // Refuse 405: the allowed method
+  bool challenge = false;  // Refuse 401: the answer asks for a bearer token
 };
 
 RequestRoute routeRequest(std::string_view method, std::string_view target);
