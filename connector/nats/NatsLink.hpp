@@ -80,7 +80,16 @@ class CONNECTOR_API NatsLink : public Context {
   // require ("NatsLink needs a server URL", "NatsLink time-outs and intervals must be
   // positive", "NatsLink needs a reconnect buffer of 1 to 2147483647 bytes"); and
   // std::runtime_error "NatsLink cannot connect to <url>: <cause>", e.g. "NatsLink cannot
-  // connect to nats://127.0.0.1:4222: No server available for connection".
+  // connect to nats://127.0.0.1:4222: No server available for connection". Credentials
+  // and TLS (see NatsConnectionOptions): a refusal fails at once, never retried, e.g.
+  // "NatsLink cannot connect to nats://127.0.0.1:4222: the server refused the
+  // credentials (Authorization Violation)" (a wrong or missing token, user or password),
+  // "NatsLink cannot connect to tls://127.0.0.1:4222: TLS certificate verification
+  // failed: unable to get local issuer certificate" (an authority not trusted; "IP
+  // address mismatch" or "Hostname mismatch" for a certificate naming another host),
+  // "... : the server offers no TLS" (TLS asked for, a plain server), and
+  // "NatsLink cannot load the CA file '<file>': <cause>". <url> never shows the token or
+  // password the URL carries, nor does any text.
   explicit NatsLink(NatsLinkOptions options = {});
   ~NatsLink() override;
 

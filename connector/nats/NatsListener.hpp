@@ -70,7 +70,9 @@ class CONNECTOR_API NatsListener {
   // maxPendingBytes; the byte limit at most 2147483647), "NatsListener drain time-out
   // must be positive", as checkSubjectPrefix for a bad prefix, and as the connection
   // options require ("NatsListener needs a server URL", ...); and std::runtime_error
-  // "NatsListener cannot connect to <url>: <cause>".
+  // "NatsListener cannot connect to <url>: <cause>" and "NatsListener cannot load the CA
+  // file '<file>': <cause>", with the causes NatsLink's constructor lists (credentials
+  // refused, TLS verification failed, ...), at once and without any secret in the text.
   explicit NatsListener(std::shared_ptr<Router> router, NatsListenerOptions options = {});
 
   // Stops the listener (see stop()). Never throws.

@@ -41,16 +41,17 @@ class ConnectionEvents {
   virtual void closed() {}
 };
 
-// `url` with any "user[:password]@" left out of each of its comma-separated parts.
-std::string displayUrl(const std::string& url);
-
 class Connection {
  public:
-  // Connects. Throws std::invalid_argument "<who> needs a server URL" for an empty url,
-  // "<who> time-outs and intervals must be positive", "<who> needs a reconnect buffer of
-  // 1 to 2147483647 bytes", "<who> cannot use the URL '<url>': <cause>"; and
-  // std::runtime_error "<who> cannot connect to <url>: <cause>" (e.g. "No server available
-  // for connection"). Blocks at most about connectTimeout.
+  // Connects, once (no retry). Throws std::invalid_argument "<who> needs a server URL"
+  // for an empty url, "<who> time-outs and intervals must be positive", "<who> needs a
+  // reconnect buffer of 1 to 2147483647 bytes", "<who> cannot use the URL '<url>':
+  // <cause>"; std::runtime_error "<who> cannot load the CA file '<file>': <cause>"; and
+  // std::runtime_error "<who> cannot connect to <url>: <cause>", the cause e.g. "No
+  // server available for connection", "the server refused the credentials
+  // (Authorization Violation)", "the server offers no TLS", "TLS certificate
+  // verification failed: <why>". <url> as displayUrl shows it; no text holds the URL's
+  // token or password. Blocks at most about connectTimeout.
   Connection(const NatsConnectionOptions& options, const std::string& who,
              ConnectionEvents& events);
   ~Connection();
