@@ -5,6 +5,7 @@
 //
 //   natsmode::url = "nats://127.0.0.1:4222";            // from --nats
 //   natsmode::timeout = std::chrono::seconds(2);          // from --nats-timeout
+//   natsmode::caFile = "ca.pem";                          // from --nats-ca-file
 //   auto link = natsmode::linkFor(std::move(inProcessLink));
 //
 // Over NATS a far failure arrives as "NATS request to connector.<subject> failed: status
@@ -24,6 +25,7 @@
 #include <typeinfo>
 
 #include <connector/json.hpp>
+#include <connector/nats/DisplayUrl.hpp>
 #include <connector/nats/NatsLink.hpp>
 #include <connector/transport/StatusError.hpp>
 
@@ -31,6 +33,7 @@ namespace natsmode {
 
 inline std::string url;                           // empty: not over NATS
 inline std::chrono::milliseconds timeout{30000};  // the link's requestTimeout
+inline std::string caFile;                        // the link's caFile
 
 inline bool enabled() { return !url.empty(); }
 
@@ -39,6 +42,7 @@ inline std::shared_ptr<connector::Context> linkFor(std::shared_ptr<connector::Co
   connector::nats::NatsLinkOptions options;
   options.url = url;
   options.requestTimeout = timeout;
+  options.caFile = caFile;
   try {
     return std::make_shared<connector::nats::NatsLink>(options);
   } catch (const std::exception& error) {  // no server there: nothing to demonstrate

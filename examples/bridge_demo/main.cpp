@@ -35,7 +35,8 @@ using Clock = std::chrono::steady_clock;
 
 const char* const kUsage =
     "usage: bridge_demo [--requests N] [--threads N] [--quiet] [--http URL] [--ca-file F]\n"
-    "                   [--token-file F] [--nats URL] [--nats-timeout S] [--help]\n"
+    "                   [--token-file F] [--nats URL] [--nats-timeout S]\n"
+    "                   [--nats-ca-file F] [--help]\n"
     "\n"
     "Joins two nodes with an in-process link and sends typed requests to an inventory\n"
     "service on the far node through the JSON bridge.\n"
@@ -50,6 +51,9 @@ const char* const kUsage =
     "  --nats URL    cross over the NATS server at URL to the service processes\n"
     "                (connector-gateway --nats URL) instead\n"
     "  --nats-timeout S  how long a request over NATS waits for its answer (default 30)\n"
+    "  --nats-ca-file F  trust the authorities in PEM file F for the NATS server's\n"
+    "                certificate (TLS required); a token or user:password and tls:// go\n"
+    "                in the URL: --nats tls://TOKEN@HOST:4222\n"
     "  --help        print this text\n"
     "\n"
     "Exit status: 0 when every answer matched its request, 1 otherwise, 2 on bad usage.\n";
@@ -83,6 +87,10 @@ int parseOptions(int argc, char** argv, Options& options) {
     }
     if (arg == "--nats" && i + 1 < argc) {  // --nats mode, see NatsMode.hpp
       natsmode::url = argv[++i];
+      continue;
+    }
+    if (arg == "--nats-ca-file" && i + 1 < argc) {
+      natsmode::caFile = argv[++i];
       continue;
     }
     if (arg == "--nats-timeout" && i + 1 < argc) {
@@ -344,7 +352,7 @@ int main(int argc, char** argv) {
   out << "connector-json bridge demo\n"
       << "  client node: \"shop/ReserveItem\", \"shop/CancelOrder\" -> JSON serializer provider"
          " -> "
-      << (natsmode::enabled()   ? "NATS link to " + natsmode::url
+      << (natsmode::enabled()   ? "NATS link to " + connector::nats::displayUrl(natsmode::url)
           : httpmode::enabled() ? "HTTP link to " + httpmode::url
                                 : "in-process link")
       << "\n"

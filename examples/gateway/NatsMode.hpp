@@ -5,6 +5,9 @@
 //   --forward URL  serve no services: an HTTP edge that forwards every POST /<address>
 //                  over NATS through a NatsLink, answering with the statuses and JSON
 //                  error bodies of local serving (503 when nobody listens, 504 late)
+//   --nats-ca-file F  trust the authorities in PEM file F for the NATS server's TLS
+//                  certificate (TLS then required); a token or user:password and a
+//                  tls:// scheme go in the URL: tls://TOKEN@host:4222
 //
 //   if (natsmode::accept(arg, value)) continue;         // while parsing the flags
 //   auto listener = natsmode::serve(router, gateway);   // null without --nats
@@ -16,6 +19,7 @@
 #include <memory>
 #include <string>
 
+#include <connector/nats/DisplayUrl.hpp>
 #include <connector/nats/NatsLink.hpp>
 #include <connector/nats/NatsListener.hpp>
 #include <connector/net/HttpGateway.hpp>
@@ -24,6 +28,7 @@ namespace natsmode {
 
 inline std::string serveUrl;    // --nats
 inline std::string forwardUrl;  // --forward
+inline std::string caFile;      // --nats-ca-file
 
 // True when `arg` is one of the NATS flags (its `value` taken).
 inline bool accept(const std::string& arg, const std::string& value) {
@@ -35,6 +40,10 @@ inline bool accept(const std::string& arg, const std::string& value) {
     forwardUrl = value;
     return true;
   }
+  if (arg == "--nats-ca-file") {
+    caFile = value;
+    return true;
+  }
   return false;
 }
 
@@ -42,6 +51,9 @@ inline bool accept(const std::string& arg, const std::string& value) {
 inline std::string conflict() {
   if (!serveUrl.empty() && !forwardUrl.empty()) {
     return "--nats and --forward exclude each other (an edge serves no services)";
+  }
+  if (!caFile.empty() && serveUrl.empty() && forwardUrl.empty()) {
+    return "--nats-ca-file goes with --nats or --forward";
   }
   return {};
 }
@@ -53,10 +65,12 @@ inline std::unique_ptr<connector::net::HttpGateway> edge(
     const connector::net::HttpGatewayOptions& options) {
   connector::nats::NatsLinkOptions link;
   link.url = forwardUrl;
+  link.caFile = caFile;
   link.requestTimeout = options.deliveryTimeout;
   auto gateway = connector::net::HttpGateway::forwarding(
       std::make_shared<connector::nats::NatsLink>(link), options);
-  std::cout << "forwarding every POST over NATS at " << forwardUrl << std::endl;
+  std::cout << "forwarding every POST over NATS at " << connector::nats::displayUrl(forwardUrl)
+            << std::endl;
   return gateway;
 }
 
@@ -68,13 +82,14 @@ inline std::unique_ptr<connector::nats::NatsListener> serve(
   if (serveUrl.empty()) return nullptr;
   connector::nats::NatsListenerOptions listen;
   listen.url = serveUrl;
+  listen.caFile = caFile;
   listen.threads = options.threads;
   listen.drainTimeout = options.drainTimeout;
   listen.metrics = gateway.metrics();
   auto listener = std::make_unique<connector::nats::NatsListener>(std::move(router), listen);
   listener->start();
-  std::cout << "serving over NATS at " << serveUrl << " (subjects " << listener->subject()
-            << ", queue group " << listen.queueGroup << ")" << std::endl;
+  std::cout << "serving over NATS at " << connector::nats::displayUrl(serveUrl) << " (subjects "
+            << listener->subject() << ", queue group " << listen.queueGroup << ")" << std::endl;
   return listener;
 }
 

@@ -69,6 +69,9 @@ const char* const kUsage =
     "  --forward URL                serve no services: forward every POST /<address> over\n"
     "                               NATS at URL to whichever service process listens (an\n"
     "                               HTTP edge; --delivery-timeout bounds each request)\n"
+    "  --nats-ca-file FILE          trust the authorities in PEM FILE for the NATS server's\n"
+    "                               certificate (TLS required); a token or user:password\n"
+    "                               and tls:// go in the URL: tls://TOKEN@HOST:4222\n"
     "  --help                       print this text\n"
     "\n"
     "Prints its limits, then \"listening on http://HOST:PORT\" (https:// with --tls-cert)\n"
@@ -146,7 +149,7 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
     } else if (arg == "--drain-timeout") {
       good = parseSeconds(value, options.drainTimeout);
     } else if (security::parseFlag(arg, value, options)) {  // see SecurityFlags.hpp
-    } else if (natsmode::accept(arg, value)) {  // see NatsMode.hpp
+    } else if (natsmode::accept(arg, value)) {              // see NatsMode.hpp
       good = !value.empty();
     } else {
       std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
