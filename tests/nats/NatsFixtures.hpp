@@ -23,6 +23,7 @@
 
 #include "shop/ShopMessages.hpp"
 #include "shop/ShopNodes.hpp"
+#include "support/LinkedShop.hpp"
 #include "support/NatsServerProcess.hpp"
 
 namespace natstest {
@@ -77,21 +78,10 @@ struct FarShop {
 };
 
 // A shop client node whose bridge providers send through a NatsLink.
-struct ClientShop {
+struct ClientShop : connector::testing::LinkedShop<connector::nats::NatsLink> {
   explicit ClientShop(const std::string& url) : ClientShop(linkOptions(url)) {}
   explicit ClientShop(const connector::nats::NatsLinkOptions& options)
-      : link(std::make_shared<connector::nats::NatsLink>(options)),
-        nodes([this](std::shared_ptr<connector::Context>) { return link; }) {}
-
-  std::unique_ptr<connector::Message> reserve(const std::string& sku, int quantity) {
-    return nodes.client
-        ->deliver(std::make_unique<shop::ReserveItem>(sku, quantity),
-                  connector::Address(shop::kReserveItem))
-        .get();
-  }
-
-  std::shared_ptr<connector::nats::NatsLink> link;
-  shop::ShopNodes nodes;
+      : LinkedShop(std::make_shared<connector::nats::NatsLink>(options)) {}
 };
 
 // An OpaqueMessage request of `contentType` and `body`.
