@@ -2,7 +2,9 @@
 // (the serialized form) when handed another message.
 //
 //   auto* opaque = dynamic_cast<json::OpaqueMessage*>(message.get());
-//   if (opaque == nullptr) return makeFailedFuture<MessagePtr>(notOpaque(message.get(), "NatsLink"));
+//   if (opaque == nullptr) {
+//     return makeFailedFuture<MessagePtr>(notOpaque(message.get(), "NatsLink"));
+//   }
 //   // std::invalid_argument "NatsLink delivers only an OpaqueMessage, not shop::ReserveItem"
 //
 // Thread-safety: a plain function.

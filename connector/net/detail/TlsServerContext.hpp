@@ -6,7 +6,8 @@
 //
 // Settings: TLS 1.2 and 1.3 only; for TLS 1.2 the suites of kTls12Ciphers, the server's
 // order preferred; no compression, no renegotiation. Sessions resume by stateless ticket
-// (one per full handshake); there is no server-side session cache. An encrypted key is refused (no passphrase prompt ever blocks).
+// (one per full handshake); there is no server-side session cache. An encrypted key is
+// refused (no passphrase prompt ever blocks).
 //
 // Thread-safety: the context is read-only once made; sessions on any thread share it.
 #pragma once
