@@ -43,7 +43,11 @@ LinkCore::~LinkCore() {
   closedForGood.store(true);
   pending.failAll(
       [](const PendingRequests::Entry& entry) { return connectionClosed(entry.subject); });
-  if (natsSubscription_Unsubscribe(subscription) == NATS_OK) {
+  // Unsubscribing fails when nats.c closed the connection for good (out of reconnect
+  // attempts): the subscription is closed then already. Either way its delivery thread
+  // calls onSubscriptionDone last, perhaps still to come: wait for it.
+  static_cast<void>(natsSubscription_Unsubscribe(subscription));
+  {
     std::unique_lock<std::mutex> lock(doneMutex);
     doneSignal.wait_for(lock, kSubscriptionWait, [this] { return subscriptionDone; });
   }
