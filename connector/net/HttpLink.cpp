@@ -5,7 +5,6 @@
 #include <istream>
 #include <stdexcept>
 #include <string_view>
-#include <typeinfo>
 #include <utility>
 
 #include <Poco/Exception.h>
@@ -17,12 +16,12 @@
 
 #include "connector/futures/MakeFuture.hpp"
 #include "connector/host/DataBuffer.hpp"
-#include "connector/host/Demangle.hpp"
 #include "connector/net/detail/BearerTokens.hpp"
 #include "connector/net/detail/LinkSession.hpp"
 #include "connector/net/detail/LinkTls.hpp"
 #include "connector/providers/OpaqueMessage.hpp"
 #include "connector/transport/ErrorBody.hpp"
+#include "connector/transport/NotOpaque.hpp"
 
 namespace connector::net {
 
@@ -149,11 +148,7 @@ Future<std::unique_ptr<Message>> HttpLink::deliver(std::unique_ptr<Message>&& me
                                                    Address&& address) {
   auto* opaque = dynamic_cast<json::OpaqueMessage*>(message.get());
   if (opaque == nullptr) {
-    const std::string what = message ? foundation::core::diag::detail::demangle_typeid_name(
-                                           typeid(*message).name(), true)
-                                     : std::string("a null message");
-    return makeFailedFuture<MessagePtr>(std::make_exception_ptr(
-        std::invalid_argument("HttpLink delivers only an OpaqueMessage, not " + what)));
+    return makeFailedFuture<MessagePtr>(transport::notOpaque(message.get(), "HttpLink"));
   }
 
   const std::string url = urlFor(address);

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "connector/transport/StatusError.hpp"
+
 namespace connector::transport {
 
 namespace {
@@ -20,6 +22,9 @@ FailureAnswer answerForFailure(const std::exception_ptr& error, const std::strin
                                const Router* router) {
   try {
     std::rethrow_exception(error);
+  } catch (const StatusError& failure) {
+    // A link that knows the status, e.g. the far side's own answer: passed on as it is.
+    return {failure.status(), failure.answerText()};
   } catch (const std::invalid_argument& failure) {
     // An unbound address and a refused request both arrive as invalid_argument; the
     // address table tells them apart.

@@ -10,6 +10,8 @@
 //   }
 //
 // Statuses:
+//   any  a StatusError: its status() and answerText(), e.g. a far side's own 404 or 500
+//        that a link passed on, 503 when no far service listens, 504 on a link time-out
 //   400  std::invalid_argument from a bound address: the service refused the request
 //   404  std::invalid_argument and nothing bound at the address (only known with a router)
 //   503  std::runtime_error "Service exists but is not running.", or any

@@ -10,6 +10,7 @@
 #include <exception>
 #include <iomanip>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -21,6 +22,7 @@
 #include <connector/json.hpp>
 
 #include "HttpMode.hpp"
+#include "NatsMode.hpp"
 #include "PrintingLink.hpp"
 #include "shop/Inventory.hpp"
 #include "shop/ShopMessages.hpp"
@@ -33,7 +35,8 @@ using Clock = std::chrono::steady_clock;
 
 const char* const kUsage =
     "usage: bridge_demo [--requests N] [--threads N] [--quiet] [--http URL] [--ca-file F]\n"
-    "                   [--token-file F] [--help]\n"
+    "                   [--token-file F] [--nats URL] [--nats-timeout S]\n"
+    "                   [--nats-ca-file F] [--help]\n"
     "\n"
     "Joins two nodes with an in-process link and sends typed requests to an inventory\n"
     "service on the far node through the JSON bridge.\n"
@@ -45,6 +48,12 @@ const char* const kUsage =
     "  --ca-file F   with an https:// URL: trust the authorities in PEM file F (default:\n"
     "                the system's store)\n"
     "  --token-file F  send the bearer token in file F (its first line) with --http\n"
+    "  --nats URL    cross over the NATS server at URL to the service processes\n"
+    "                (connector-gateway --nats URL) instead\n"
+    "  --nats-timeout S  how long a request over NATS waits for its answer (default 30)\n"
+    "  --nats-ca-file F  trust the authorities in PEM file F for the NATS server's\n"
+    "                certificate (TLS required); a token or user:password and tls:// go\n"
+    "                in the URL: --nats tls://TOKEN@HOST:4222\n"
     "  --help        print this text\n"
     "\n"
     "Exit status: 0 when every answer matched its request, 1 otherwise, 2 on bad usage.\n";
@@ -74,6 +83,24 @@ int parseOptions(int argc, char** argv, Options& options) {
     }
     if (arg == "--http" && i + 1 < argc) {  // --http mode, see HttpMode.hpp
       httpmode::url = argv[++i];
+      continue;
+    }
+    if (arg == "--nats" && i + 1 < argc) {  // --nats mode, see NatsMode.hpp
+      natsmode::url = argv[++i];
+      continue;
+    }
+    if (arg == "--nats-ca-file" && i + 1 < argc) {
+      natsmode::caFile = argv[++i];
+      continue;
+    }
+    if (arg == "--nats-timeout" && i + 1 < argc) {
+      char* end = nullptr;
+      const double seconds = std::strtod(argv[++i], &end);
+      if (*end != '\0' || !(seconds >= 0.001 && seconds <= 86400)) {
+        std::cerr << "bridge_demo: --nats-timeout needs seconds from 0.001 to 86400\n\n" << kUsage;
+        return 2;
+      }
+      natsmode::timeout = std::chrono::milliseconds(static_cast<long>(seconds * 1000));
       continue;
     }
     if (const int taken = httpmode::parseSecurityFlag(arg, argc, argv, i); taken >= 0) {
@@ -106,6 +133,9 @@ int parseOptions(int argc, char** argv, Options& options) {
   }
   return -1;
 }
+
+// True when the far node is in another process (its inventory is not the local one).
+bool remote() { return httpmode::enabled() || natsmode::enabled(); }
 
 std::string describe(const shop::Reservation& r) {
   std::ostringstream text;
@@ -157,7 +187,8 @@ bool showFailingRequest(shop::ShopNodes& nodes, PrintingLink& printing, std::ost
     out << "  outcome: answered, but a failure was expected\n";
   } catch (const std::exception& error) {
     out << "  outcome:       " << typeName(error) << " \"" << error.what() << "\"\n";
-    ok = httpmode::isFarFailure(error, expected);
+    ok = natsmode::enabled() ? natsmode::isFarFailure(error, expected)
+                             : httpmode::isFarFailure(error, expected);
   }
   printing.setEnabled(false);
   out << "\n";
@@ -171,6 +202,8 @@ struct ThreadResult {
   long pieces = 0;
   long wrong = 0;
   std::string firstProblem;
+  std::map<std::string, long> failures;  // by type and text
+  double slowestFailureUs = 0;           // from the request to its failure
 };
 
 const std::vector<std::string> kSkus = {"LAMP-01", "DESK-02", "CHAIR-03"};
@@ -204,9 +237,12 @@ void runClient(shop::ShopNodes& nodes, long requests, int threads, int self, Thr
       }
     } catch (const std::exception& error) {
       ++result.wrong;
-      if (result.firstProblem.empty()) {
-        result.firstProblem = typeName(error) + " \"" + error.what() + "\"";
-      }
+      const std::string problem = typeName(error) + " \"" + error.what() + "\"";
+      if (result.firstProblem.empty()) result.firstProblem = problem;
+      ++result.failures[problem];
+      result.slowestFailureUs =
+          std::max(result.slowestFailureUs,
+                   std::chrono::duration<double, std::micro>(Clock::now() - begin).count());
     }
   }
 }
@@ -237,7 +273,11 @@ bool runLoad(shop::ShopNodes& nodes, const Options& options) {
   long pieces = 0;
   long wrong = 0;
   std::string firstProblem;
+  std::map<std::string, long> failures;
+  double slowestFailureUs = 0;
   for (ThreadResult& result : results) {
+    for (const auto& [problem, count] : result.failures) failures[problem] += count;
+    slowestFailureUs = std::max(slowestFailureUs, result.slowestFailureUs);
     latencies.insert(latencies.end(), result.latenciesUs.begin(), result.latenciesUs.end());
     ids.insert(result.reservationIds.begin(), result.reservationIds.end());
     matched += result.matched;
@@ -251,7 +291,7 @@ bool runLoad(shop::ShopNodes& nodes, const Options& options) {
 
   const bool allMatched =
       matched == options.requests && wrong == 0 &&
-      (httpmode::enabled() ||  // far stock is not the local one
+      (remote() ||  // far stock is not the local one
        (static_cast<long>(ids.size()) == matched && stockBefore - stockAfter == pieces));
   const double perSecond = static_cast<double>(options.requests) / seconds;
   const double p50 = percentile(latencies, 0.50);
@@ -274,11 +314,18 @@ bool runLoad(shop::ShopNodes& nodes, const Options& options) {
   if (!allMatched) {
     std::cerr << "bridge_demo: " << wrong << " answer(s) did not match their request";
     if (!firstProblem.empty()) std::cerr << "; first: " << firstProblem;
-    if (!httpmode::enabled() && stockBefore - stockAfter != pieces) {
+    if (!remote() && stockBefore - stockAfter != pieces) {
       std::cerr << "; stock moved by " << (stockBefore - stockAfter) << " pieces, answers say "
                 << pieces;
     }
     std::cerr << "\n";
+    for (const auto& [problem, count] : failures) {
+      std::cerr << "bridge_demo: failed " << count << " x " << problem << "\n";
+    }
+    if (!failures.empty()) {
+      std::cerr << "bridge_demo: the slowest failure came after "
+                << static_cast<long>(slowestFailureUs / 1000) << " ms\n";
+    }
   }
   return allMatched;
 }
@@ -297,14 +344,18 @@ int main(int argc, char** argv) {
   std::ostream& out = options.quiet ? discard : std::cout;
   std::shared_ptr<PrintingLink> printing;
   shop::ShopNodes nodes([&](std::shared_ptr<connector::Context> link) {
-    printing = std::make_shared<PrintingLink>(httpmode::linkFor(std::move(link)), out);
+    printing =
+        std::make_shared<PrintingLink>(natsmode::linkFor(httpmode::linkFor(std::move(link))), out);
     return printing;
   });
 
   out << "connector-json bridge demo\n"
       << "  client node: \"shop/ReserveItem\", \"shop/CancelOrder\" -> JSON serializer provider"
          " -> "
-      << (httpmode::enabled() ? "HTTP link to " + httpmode::url : "in-process link") << "\n"
+      << (natsmode::enabled()   ? "NATS link to " + connector::nats::displayUrl(natsmode::url)
+          : httpmode::enabled() ? "HTTP link to " + httpmode::url
+                                : "in-process link")
+      << "\n"
       << "  far node:    gateway -> JSON deserializer provider -> inventory services\n\n";
   bool ok = true;
   if (!showOneRequest(nodes, *printing, out)) {

@@ -1,6 +1,8 @@
 // connector-gateway: the shop's far node behind an HTTP gateway. Any HTTP client reaches
 // its services by POSTing JSON to http://HOST:PORT/shop/ReserveItem or /shop/CancelOrder;
-// bridge_demo --http URL runs the demo's client node against it.
+// bridge_demo --http URL runs the demo's client node against it. With --nats URL it also
+// serves them over NATS (bridge_demo --nats URL); with --forward URL it is an HTTP edge
+// without services that forwards every request over NATS (NatsMode.hpp).
 //
 //   connector-gateway --port 0          # prints "listening on http://127.0.0.1:PORT"
 //   curl -H 'Content-Type: application/json' http://127.0.0.1:PORT/shop/ReserveItem
@@ -26,6 +28,7 @@
 #include <connector/json.hpp>
 #include <connector/net/HttpGateway.hpp>
 
+#include "NatsMode.hpp"
 #include "SecurityFlags.hpp"
 #include "shop/ShopNodes.hpp"
 #include "shop/ShopTypes.hpp"
@@ -59,10 +62,21 @@ const char* const kUsage =
     "  --auth-tokens FILE           accept only requests with \"Authorization: Bearer T\",\n"
     "                               T a line of FILE (GET /healthz needs none); SIGHUP\n"
     "                               re-reads FILE\n"
+    "  --nats URL                   also serve the services over NATS at URL, e.g.\n"
+    "                               nats://127.0.0.1:4222 (subjects connector.<address with\n"
+    "                               '.' for '/'>, queue group connector); /metrics then counts\n"
+    "                               connector_nats_requests_total too\n"
+    "  --forward URL                serve no services: forward every POST /<address> over\n"
+    "                               NATS at URL to whichever service process listens (an\n"
+    "                               HTTP edge; --delivery-timeout bounds each request)\n"
+    "  --nats-ca-file FILE          trust the authorities in PEM FILE for the NATS server's\n"
+    "                               certificate (TLS required); a token or user:password\n"
+    "                               and tls:// go in the URL: tls://TOKEN@HOST:4222\n"
     "  --help                       print this text\n"
     "\n"
     "Prints its limits, then \"listening on http://HOST:PORT\" (https:// with --tls-cert)\n"
-    "once it serves; SIGINT or SIGTERM drains it and exits 0.\n";
+    "once it serves; SIGHUP re-reads the tokens file; SIGINT or SIGTERM drains it (NATS\n"
+    "first, then HTTP) and exits 0.\n";
 
 bool parseNumber(const std::string& text, unsigned long long max, unsigned long long& value) {
   if (text.empty() || text.size() > 12 ||
@@ -135,6 +149,8 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
     } else if (arg == "--drain-timeout") {
       good = parseSeconds(value, options.drainTimeout);
     } else if (security::parseFlag(arg, value, options)) {  // see SecurityFlags.hpp
+    } else if (natsmode::accept(arg, value)) {              // see NatsMode.hpp
+      good = !value.empty();
     } else {
       std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
       return 2;
@@ -200,6 +216,10 @@ std::string schemasText() {
 int main(int argc, char** argv) {
   connector::net::HttpGatewayOptions options;
   if (int status = parseOptions(argc, argv, options); status >= 0) return status;
+  if (const std::string conflict = natsmode::conflict(); !conflict.empty()) {
+    std::cerr << "connector-gateway: " << conflict << "\n";
+    return 2;
+  }
 
   // Block the stop signals before any thread starts, so that every thread inherits the
   // mask and only sigwait below receives them.
@@ -215,19 +235,28 @@ int main(int argc, char** argv) {
   security::printSettings(options);
 
   try {
-    shop::ShopNodes nodes;  // the far node: gateway router -> deserializers -> services
+    // The far node (gateway router -> deserializers -> services), unless an edge.
+    const auto nodes = natsmode::forwarding() ? nullptr : std::make_unique<shop::ShopNodes>();
     options.schemas = schemasText();
-    connector::net::HttpGateway gateway(nodes.gateway, options);
-    gateway.start();
-    std::cout << "listening on " << gateway.url() << std::endl;
+    const auto gateway =
+        nodes ? std::make_unique<connector::net::HttpGateway>(nodes->gateway, options)
+              : natsmode::edge(options);
+    const auto listener = nodes ? natsmode::serve(nodes->gateway, *gateway, options) : nullptr;
+    gateway->start();
+    std::cout << "listening on " << gateway->url() << std::endl;
 
     int signal = 0;
     while (sigwait(&stopSignals, &signal) == 0 && signal == SIGHUP) {
-      security::reloadOnHangup(gateway);
+      security::reloadOnHangup(*gateway);
     }
-    gateway.stop();
+    if (listener) {
+      listener->stop();  // leaves the queue group first; HTTP goes on meanwhile
+      std::cout << "connector-gateway: served " << listener->requestsServed()
+                << " requests over NATS" << std::endl;
+    }
+    gateway->stop();
     std::cout << "connector-gateway: stopped on signal " << signal << ", served "
-              << gateway.requestsServed() << " requests" << std::endl;
+              << gateway->requestsServed() << " requests" << std::endl;
   } catch (const std::exception& error) {
     std::cerr << "connector-gateway: " << error.what() << std::endl;
     return 1;

@@ -29,6 +29,7 @@
 
 #include "shop/ShopMessages.hpp"
 #include "shop/ShopNodes.hpp"
+#include "support/LinkedShop.hpp"
 
 namespace nettest {
 
@@ -55,20 +56,9 @@ struct FarShop {
 };
 
 // A shop client node whose bridge providers send through an HttpLink to `url`.
-struct ClientShop {
+struct ClientShop : connector::testing::LinkedShop<connector::net::HttpLink> {
   explicit ClientShop(const std::string& url, connector::net::HttpLinkOptions options = {})
-      : link(std::make_shared<connector::net::HttpLink>(url, options)),
-        nodes([this](std::shared_ptr<connector::Context>) { return link; }) {}
-
-  std::unique_ptr<connector::Message> reserve(const std::string& sku, int quantity) {
-    return nodes.client
-        ->deliver(std::make_unique<shop::ReserveItem>(sku, quantity),
-                  connector::Address(shop::kReserveItem))
-        .get();
-  }
-
-  std::shared_ptr<connector::net::HttpLink> link;
-  shop::ShopNodes nodes;
+      : LinkedShop(std::make_shared<connector::net::HttpLink>(url, options)) {}
 };
 
 // The text of an {"error":"<text>"} body; throws when the body is not such an object.

@@ -8,6 +8,7 @@
 
 #include <connector/json.hpp>
 #include <connector/transport/FailureAnswer.hpp>
+#include <connector/transport/StatusError.hpp>
 
 namespace {
 
@@ -63,6 +64,19 @@ TEST(FailureAnswerTest, AnyOtherFailureIs500WithItsTextOrAFixedOne) {
   const FailureAnswer unknown = answerFor(42, "a", nullptr);
   EXPECT_EQ(unknown.status, 500);
   EXPECT_EQ(unknown.text, "The service failed with an exception of unknown type");
+}
+
+TEST(FailureAnswerTest, AStatusErrorIsAnsweredWithItsOwnStatusAndAnswerText) {
+  const connector::transport::StatusError farFailure(
+      404, "NATS request to 'connector.shop.Nothing' failed: status 404: No service bound",
+      "No service bound");
+  const FailureAnswer passedOn = answerFor(farFailure, "shop/Nothing", nullptr);
+  EXPECT_EQ(passedOn.status, 404);
+  EXPECT_EQ(passedOn.text, "No service bound");
+  // Its own status wins over what a stopped router would make of a runtime failure.
+  auto router = std::make_shared<connector::Router>();
+  const connector::transport::StatusError late(504, "late", "No answer");
+  EXPECT_EQ(answerFor(late, "a", router.get()).status, 504);
 }
 
 TEST(FailureAnswerTest, ALateAnswerIs504NamingTheAddressAndTheLimit) {

@@ -12,9 +12,7 @@
 #include "connector/net/detail/GatewayListener.hpp"
 #include "connector/net/detail/GatewaySession.hpp"
 #include "connector/net/detail/TlsServerContext.hpp"
-#include "connector/providers/OpaqueMessage.hpp"
-#include "connector/transport/ErrorBody.hpp"
-#include "connector/transport/FailureAnswer.hpp"
+#include "connector/transport/DeliveryAnswer.hpp"
 #include "connector/transport/MetricNames.hpp"
 
 namespace connector::net::detail {
@@ -233,32 +231,8 @@ void GatewayCore::forEachSession(void (SessionBase::*operation)()) {
 
 DeliveryAnswer GatewayCore::deliver(const std::string& contentType, common::DataBuffer body,
                                     const std::string& address) const {
-  try {
-    auto request = std::make_unique<json::OpaqueMessage>(contentType, std::move(body));
-    std::unique_ptr<Message> answer =
-        (router ? router->deliver(std::move(request), Address(address))
-                : forward->deliver(std::move(request), Address(address)))
-            .get();
-    auto* opaque = dynamic_cast<json::OpaqueMessage*>(answer.get());
-    if (opaque == nullptr) {
-      return {500, "application/json",
-              common::DataBuffer(transport::errorBody("The service at '" + address +
-                                                      "' answered without an OpaqueMessage"))};
-    }
-    return {200,
-            opaque->contentType.empty() ? std::string("application/json") : opaque->contentType,
-            std::move(opaque->payload)};
-  } catch (...) {
-    try {
-      const transport::FailureAnswer failure =
-          transport::answerForFailure(std::current_exception(), address, router.get());
-      return {failure.status, "application/json",
-              common::DataBuffer(transport::errorBody(failure.text))};
-    } catch (...) {
-      return {500, "application/json",
-              common::DataBuffer(std::string_view(R"({"error":"Out of memory"})"))};
-    }
-  }
+  return transport::deliverForAnswer(router.get(), forward.get(), contentType, std::move(body),
+                                     address);
 }
 
 std::string GatewayCore::addressesJson() const {

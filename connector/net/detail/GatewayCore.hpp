@@ -37,6 +37,7 @@
 #include "connector/net/detail/BearerTokens.hpp"
 #include "connector/net/detail/InFlightBudget.hpp"
 #include "connector/net/detail/WorkerPool.hpp"
+#include "connector/transport/DeliveryAnswer.hpp"
 #include "connector/transport/MetricsRegistry.hpp"
 
 namespace connector::net::detail {
@@ -90,11 +91,7 @@ class GatewayMetrics {
 };
 
 // A delivery's answer, made on a worker thread.
-struct DeliveryAnswer {
-  int status = 200;
-  std::string contentType;
-  common::DataBuffer body;
-};
+using transport::DeliveryAnswer;
 
 class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
  public:
