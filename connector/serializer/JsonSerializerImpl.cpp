@@ -17,7 +17,9 @@
 #include "connector/host/IStreamSubscriber.hpp"
 #include "connector/host/ModuleLogger.hpp"
 #include "connector/host/PublisherFromStream.hpp"
+#include "connector/serializer/detail/ByteCollector.hpp"
 #include "connector/serializer/detail/CheckedParseHandler.hpp"
+#include "connector/serializer/detail/DirectDocument.hpp"
 
 namespace connector::json {
 namespace {
@@ -81,9 +83,50 @@ std::function<void(std::ostream&)> makeWriter(ObjectPtr object) {
   };
 }
 
+// The writer of text a direct codec made.
+std::function<void(std::ostream&)> makeTextWriter(std::string text) {
+  return [text = std::move(text)](std::ostream& out) {
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  };
+}
+
+// A thread's buffer for the direct text that goes straight to a stream; a buffer
+// grown past this by a large message is given back afterwards.
+constexpr std::size_t kKeptScratch = std::size_t{1} << 16;
+
+class ScratchText {
+ public:
+  ScratchText() : text(busy ? own : shared) {
+    wasBusy = busy;
+    busy = true;
+    text.clear();
+  }
+  ~ScratchText() {
+    if (!wasBusy) {
+      busy = false;
+      if (text.capacity() > kKeptScratch) std::string().swap(text);
+    }
+  }
+  ScratchText(const ScratchText&) = delete;
+  ScratchText& operator=(const ScratchText&) = delete;
+
+  std::string& text;
+
+ private:
+  static thread_local std::string shared;
+  static thread_local bool busy;
+  std::string own;
+  bool wasBusy = false;
+};
+
+thread_local std::string ScratchText::shared;
+thread_local bool ScratchText::busy = false;
+
 }  // namespace
 
 JsonSerializer::~JsonSerializer() = default;
+
+DirectCodec::~DirectCodec() = default;
 
 JsonSerializerImpl::JsonSerializerImpl() {
   registerType(
@@ -102,12 +145,20 @@ JsonSerializerImpl::~JsonSerializerImpl() {
   deserializers.clear();
   namesByType.clear();
   namesByTypeName.clear();
+  directCodecs.clear();
 }
 
 void JsonSerializerImpl::storeConvertersLocked(const std::string& name, SerializerFn&& serializer,
                                                DeserializerFn&& deserializer) {
   serializers[name] = std::move(serializer);
   deserializers[name] = std::move(deserializer);
+  dropDirectCodecLocked(name);
+}
+
+void JsonSerializerImpl::dropDirectCodecLocked(const std::string& name) {
+  if (directCodecs.erase(name) != 0) {
+    directCodecCount.store(directCodecs.size(), std::memory_order_relaxed);
+  }
 }
 
 bool JsonSerializerImpl::registerTypeIfNotRegistered(const std::string& name,
@@ -143,6 +194,18 @@ void JsonSerializerImpl::registerType(const std::string& name, const std::type_i
   appendOnce(namesByType[std::type_index(type)], name);
 }
 
+void JsonSerializerImpl::registerType(const std::string& name, const std::type_info& type,
+                                      SerializerFn serializer, DeserializerFn deserializer,
+                                      std::shared_ptr<const DirectCodec> codec) {
+  std::lock_guard<std::mutex> guard(mutex);
+  storeConvertersLocked(name, std::move(serializer), std::move(deserializer));
+  appendOnce(namesByType[std::type_index(type)], name);
+  if (codec) {
+    directCodecs[name] = std::move(codec);
+    directCodecCount.store(directCodecs.size(), std::memory_order_relaxed);
+  }
+}
+
 void JsonSerializerImpl::deregisterType(const std::type_info& type) {
   // Deliberately the demangled name as it stands (no keyword stripping, unlike
   // getNamesOfType).
@@ -163,6 +226,7 @@ void JsonSerializerImpl::deregisterType(const std::type_info& type) {
   for (const auto& name : removed) {
     serializers.erase(name);
     deserializers.erase(name);
+    dropDirectCodecLocked(name);
   }
   removed.clear();
   if (byTypeName != namesByTypeName.end()) {
@@ -172,6 +236,7 @@ void JsonSerializerImpl::deregisterType(const std::type_info& type) {
   for (const auto& name : removed) {
     serializers.erase(name);
     deserializers.erase(name);
+    dropDirectCodecLocked(name);
   }
 }
 
@@ -181,6 +246,7 @@ void JsonSerializerImpl::deregisterType(const std::string& name) {
   removeNameFromAll(namesByTypeName, name);
   serializers.erase(name);
   deserializers.erase(name);
+  dropDirectCodecLocked(name);
 }
 
 std::vector<std::string> JsonSerializerImpl::getNamesOfType(const std::type_info& type) {
@@ -212,6 +278,26 @@ std::string JsonSerializerImpl::getNameForMessage(const MessagePtr& message) {
 
 std::shared_ptr<JsonSerializer> JsonSerializerImpl::getPtr() { return shared_from_this(); }
 
+bool JsonSerializerImpl::directCodecsApply() const noexcept {
+  return typeid(*this) == typeid(JsonSerializerImpl) &&
+         directCodecCount.load(std::memory_order_relaxed) != 0;
+}
+
+std::shared_ptr<const DirectCodec> JsonSerializerImpl::directCodecFor(const std::string& name) {
+  std::lock_guard<std::mutex> guard(mutex);
+  const auto found = directCodecs.find(name);
+  return found == directCodecs.end() ? nullptr : found->second;
+}
+
+bool JsonSerializerImpl::writeDirect(const std::string& name, const MessagePtr& message,
+                                     bool withType, std::string& out) {
+  if (!directCodecsApply()) {
+    return false;
+  }
+  const std::shared_ptr<const DirectCodec> codec = directCodecFor(name);
+  return codec && codec->write(*message, withType ? &name : nullptr, out);
+}
+
 Poco::SharedPtr<Poco::JSON::Object> JsonSerializerImpl::serializeToJsonObject(
     const std::string& name, const MessagePtr& message) {
   std::unique_lock<std::mutex> lock(mutex);
@@ -240,6 +326,9 @@ Poco::SharedPtr<Poco::JSON::Object> JsonSerializerImpl::serializeToJsonObject(
 
 BytePublisher JsonSerializerImpl::serialize(const MessagePtr& message) {
   const std::string name = getNameForMessage(message);
+  if (std::string text; writeDirect(name, message, true, text)) {
+    return connector::reactive_streams::makePublisherFromStream(makeTextWriter(std::move(text)));
+  }
   ObjectPtr object = serializeToJsonObject(name, message);
   if (object.isNull()) {
     throw Poco::NullPointerException();
@@ -250,6 +339,13 @@ BytePublisher JsonSerializerImpl::serialize(const MessagePtr& message) {
 
 void JsonSerializerImpl::serialize(const MessagePtr& message, std::ostream& out) {
   const std::string name = getNameForMessage(message);
+  {
+    ScratchText scratch;
+    if (writeDirect(name, message, true, scratch.text)) {
+      out.write(scratch.text.data(), static_cast<std::streamsize>(scratch.text.size()));
+      return;
+    }
+  }
   // serializeToJsonObject(message) looks the name up once more; kept so that an
   // override of that slot sees every serialization.
   ObjectPtr object = serializeToJsonObject(message);
@@ -264,11 +360,26 @@ void JsonSerializerImpl::serialize(const MessagePtr& message, std::ostream& out)
 }
 
 BytePublisher JsonSerializerImpl::serializeValue(const MessagePtr& message) {
+  if (directCodecsApply()) {
+    // Fails as serializeToJsonObject(message) would, before any converter runs.
+    const std::string name = getNameForMessage(message);
+    if (std::string text; writeDirect(name, message, false, text)) {
+      return connector::reactive_streams::makePublisherFromStream(makeTextWriter(std::move(text)));
+    }
+  }
   ObjectPtr object = serializeToJsonObject(message);
   return connector::reactive_streams::makePublisherFromStream(makeWriter(std::move(object)));
 }
 
 void JsonSerializerImpl::serializeValue(const MessagePtr& message, std::ostream& out) {
+  if (directCodecsApply()) {
+    const std::string name = getNameForMessage(message);
+    ScratchText scratch;
+    if (writeDirect(name, message, false, scratch.text)) {
+      out.write(scratch.text.data(), static_cast<std::streamsize>(scratch.text.size()));
+      return;
+    }
+  }
   ObjectPtr object = serializeToJsonObject(message);
   if (object.isNull()) {
     throw Poco::NullPointerException();
@@ -358,6 +469,40 @@ std::shared_ptr<connector::reactive_streams::IStreamSubscriber> subscribeReader(
   return reader;
 }
 
+// Subscribes a collector instead, for a direct codec; same checks and failures.
+std::shared_ptr<detail::ByteCollector> subscribeCollector(const BytePublisher& publisher) {
+  if (!publisher) {
+    throw std::invalid_argument("Publisher must not be null.");
+  }
+  auto collector = std::make_shared<detail::ByteCollector>();
+  publisher->subscribe(collector);
+  return collector;
+}
+
+// The message a direct codec reads from the collected stream: the codec of `name`, or
+// of the document's "type" member when name is null, as codecFor finds it. nullptr when
+// the stream is not complete yet, failed, or the converter path must decide; whatever
+// happens here, the converter path then reads the same bytes.
+template <typename CodecFor>
+MessagePtr readDirect(detail::ByteCollector& collector, const std::string* name,
+                      CodecFor&& codecFor) noexcept {
+  try {
+    if (!collector.completed()) {
+      return nullptr;
+    }
+    detail::DirectDocument document(collector.pieces());
+    std::shared_ptr<const DirectCodec> codec;
+    if (name != nullptr) {
+      codec = codecFor(*name);
+    } else if (std::string typeName; document.typeName(typeName)) {
+      codec = codecFor(typeName);
+    }
+    return codec ? document.read(*codec) : nullptr;
+  } catch (...) {
+    return nullptr;
+  }
+}
+
 }  // namespace
 
 Future<MessagePtr> JsonSerializerImpl::deserialize(BytePublisher publisher) {
@@ -365,7 +510,19 @@ Future<MessagePtr> JsonSerializerImpl::deserialize(BytePublisher publisher) {
     const std::shared_ptr<JsonSerializer> self = shared_from_this();
     // A copy on purpose: the publisher stays alive for the whole call.
     const BytePublisher keep = publisher;  // NOLINT(performance-unnecessary-copy-initialization)
-    const auto reader = subscribeReader(keep);
+    std::shared_ptr<connector::reactive_streams::IStreamSubscriber> reader;
+    if (directCodecsApply()) {
+      const auto collector = subscribeCollector(keep);
+      MessagePtr message = readDirect(*collector, nullptr, [this](const std::string& typeName) {
+        return directCodecFor(typeName);
+      });
+      if (message) {
+        return makeReadyFuture<MessagePtr>(std::move(message));
+      }
+      reader = collector->handOver();
+    } else {
+      reader = subscribeReader(keep);
+    }
     try {
       ObjectPtr object = parseObject(reader);
       MessagePtr message = self->deserialize(std::move(object));
@@ -388,7 +545,22 @@ Future<MessagePtr> JsonSerializerImpl::deserialize(const std::string& name,
     const std::shared_ptr<JsonSerializer> self = shared_from_this();
     // A copy on purpose: the publisher stays alive for the whole call.
     const BytePublisher keep = publisher;  // NOLINT(performance-unnecessary-copy-initialization)
-    const auto reader = subscribeReader(keep);
+    std::shared_ptr<connector::reactive_streams::IStreamSubscriber> reader;
+    std::shared_ptr<const DirectCodec> codec;
+    if (directCodecsApply()) {
+      codec = directCodecFor(name);
+    }
+    if (codec) {
+      const auto collector = subscribeCollector(keep);
+      MessagePtr message =
+          readDirect(*collector, &name, [&codec](const std::string&) { return codec; });
+      if (message) {
+        return makeReadyFuture<MessagePtr>(std::move(message));
+      }
+      reader = collector->handOver();
+    } else {
+      reader = subscribeReader(keep);
+    }
     try {
       ObjectPtr object = parseObject(reader);
       MessagePtr message = self->deserialize(name, std::move(object));

@@ -23,6 +23,8 @@
 // deregisterType("connector/Message").
 #pragma once
 
+#include <atomic>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <typeindex>
@@ -30,6 +32,7 @@
 #include <vector>
 
 #include "connector/Export.hpp"
+#include "connector/serializer/DirectCodec.hpp"
 #include "connector/serializer/JsonSerializer.hpp"
 
 namespace connector::json {
@@ -50,6 +53,14 @@ class CONNECTOR_API JsonSerializerImpl : public JsonSerializer,
                                    SerializerFn serializer, DeserializerFn deserializer) override;
   void registerType(const std::string& name, const std::type_info& type, SerializerFn serializer,
                     DeserializerFn deserializer) override;
+  // registerType, and `codec` beside the converters: serialize, serializeValue and the
+  // streamed deserialize go straight between messages of this name and JSON text
+  // through it, and hand every case it cannot decide to the converters (see
+  // DirectCodec.hpp). A serializer of a class derived from this one keeps to the
+  // converters, so that every override it makes sees every call. Every other way of
+  // registering or deregistering the name drops the codec.
+  void registerType(const std::string& name, const std::type_info& type, SerializerFn serializer,
+                    DeserializerFn deserializer, std::shared_ptr<const DirectCodec> codec);
   void deregisterType(const std::type_info& type) override;
   void deregisterType(const std::string& name) override;
   Future<std::unique_ptr<connector::Message>> deserialize(BytePublisher publisher) override;
@@ -82,12 +93,24 @@ class CONNECTOR_API JsonSerializerImpl : public JsonSerializer,
   // Registry writes shared by the registering operations; the caller holds mutex.
   void storeConvertersLocked(const std::string& name, SerializerFn&& serializer,
                              DeserializerFn&& deserializer);
+  // Drops the direct codec of name, if any; the caller holds mutex.
+  void dropDirectCodecLocked(const std::string& name);
+
+  // Whether direct codecs are used: only when this is a JsonSerializerImpl itself.
+  bool directCodecsApply() const noexcept;
+  std::shared_ptr<const DirectCodec> directCodecFor(const std::string& name);
+  // The JSON text of message through the direct codec of name into out (with the member
+  // "type" when withType); false when name has none or it declined.
+  bool writeDirect(const std::string& name, const std::unique_ptr<connector::Message>& message,
+                   bool withType, std::string& out);
 
   std::mutex mutex;
   std::unordered_map<std::string, SerializerFn> serializers;      // guarded by mutex
   std::unordered_map<std::string, DeserializerFn> deserializers;  // guarded by mutex
   std::unordered_map<std::type_index, NameList> namesByType;      // guarded by mutex
   std::unordered_map<std::string, NameList> namesByTypeName;      // guarded by mutex
+  std::unordered_map<std::string, std::shared_ptr<const DirectCodec>> directCodecs;  // guarded by mutex
+  std::atomic<std::size_t> directCodecCount{0};  // directCodecs.size(), written under mutex
 };
 
 }  // namespace connector::json

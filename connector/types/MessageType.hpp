@@ -48,9 +48,11 @@
 
 #include "connector/host/Message.hpp"
 #include "connector/serializer/JsonSerializer.hpp"
+#include "connector/serializer/JsonSerializerImpl.hpp"
 #include "connector/types/Enum.hpp"
 #include "connector/types/Struct.hpp"
 #include "connector/types/detail/Codecs.hpp"
+#include "connector/types/detail/DeclaredDirectCodec.hpp"
 #include "connector/types/detail/DescribedCodecs.hpp"
 #include "connector/types/detail/MemberError.hpp"
 #include "connector/types/detail/ObjectDescription.hpp"
@@ -101,9 +103,43 @@ class MessageType {
   // std::invalid_argument `member "<path>": ...` for a value JSON cannot hold (an enum
   // value without a name, an infinity or NaN), Poco::NullPointerException for a null
   // message and std::bad_cast for a message that is not a T.
-  SerializerFn serializer() const {
-    auto declared = std::make_shared<const detail::ObjectDescription<T>>(members);
-    return [declared](const std::unique_ptr<connector::Message>& message) {
+  SerializerFn serializer() const { return serializerOf(described()); }
+
+  // The converter from a JSON object to a new T. It throws Poco::DataFormatException
+  // with one of the reading texts, Poco::NullPointerException for a null object.
+  DeserializerFn deserializer() const { return deserializerOf(described()); }
+
+  // Registers name() for T on serializer, replacing whatever converters the name had.
+  // On a JsonSerializerImpl (the class itself, not one derived from it) a direct codec
+  // goes beside the converters: serialize, serializeValue and the streamed deserialize
+  // then go straight between T and JSON text, with the same results as the converters
+  // (which still decide every error). On any other serializer:
+  // serializer.registerType(name(), typeid(T), serializer(), deserializer()). Locks the
+  // serializer's registry briefly.
+  void registerWith(JsonSerializer& serializer) const {
+    const auto declared = described();
+    if (typeid(serializer) == typeid(JsonSerializerImpl)) {
+      static_cast<JsonSerializerImpl&>(serializer).registerType(
+          typeName, typeid(T), serializerOf(declared), deserializerOf(declared),
+          std::make_shared<const detail::DeclaredDirectCodec<T>>(declared));
+      return;
+    }
+    serializer.registerType(typeName, typeid(T), serializerOf(declared), deserializerOf(declared));
+  }
+
+  // JSON Schema (draft 2020-12) of the serialized form, "type" included.
+  Poco::JSON::Object::Ptr schema() const { return members.schema(&typeName, true); }
+
+ private:
+  using Description = std::shared_ptr<const detail::ObjectDescription<T>>;
+
+  // A copy of the members declared so far, shared by the converters made from it.
+  Description described() const {
+    return std::make_shared<const detail::ObjectDescription<T>>(members);
+  }
+
+  static SerializerFn serializerOf(Description declared) {
+    return [declared = std::move(declared)](const std::unique_ptr<connector::Message>& message) {
       if (!message) throw Poco::NullPointerException();
       const connector::Message& held = *message;
       const T& value =
@@ -116,11 +152,8 @@ class MessageType {
     };
   }
 
-  // The converter from a JSON object to a new T. It throws Poco::DataFormatException
-  // with one of the reading texts, Poco::NullPointerException for a null object.
-  DeserializerFn deserializer() const {
-    auto declared = std::make_shared<const detail::ObjectDescription<T>>(members);
-    return [declared](
+  static DeserializerFn deserializerOf(Description declared) {
+    return [declared = std::move(declared)](
                Poco::SharedPtr<Poco::JSON::Object> object) -> std::unique_ptr<connector::Message> {
       if (object.isNull()) throw Poco::NullPointerException();
       auto message = std::make_unique<T>();
@@ -133,16 +166,6 @@ class MessageType {
     };
   }
 
-  // serializer.registerType(name(), typeid(T), this->serializer(), this->deserializer()):
-  // replaces whatever converters name() had. Locks the serializer's registry briefly.
-  void registerWith(JsonSerializer& serializer) const {
-    serializer.registerType(typeName, typeid(T), this->serializer(), deserializer());
-  }
-
-  // JSON Schema (draft 2020-12) of the serialized form, "type" included.
-  Poco::JSON::Object::Ptr schema() const { return members.schema(&typeName, true); }
-
- private:
   static void refuseTypeMember(const std::string& name) {
     if (name == "type") {
       throw std::invalid_argument("member \"type\" is reserved for the type name");

@@ -1,15 +1,22 @@
 // The codecs of the declared types: for each member type, how a value becomes a
 // Poco::Dynamic::Var for a JSON object, how a JSON value is read back into it with the
-// reading rules, and its JSON Schema. A codec is a small copyable value; containers hold
-// the codec of their element.
+// reading rules, its JSON Schema, and the same two conversions straight between the
+// value and JSON text (the direct codec). A codec is a small copyable value; containers
+// hold the codec of their element.
 //
 //   detail::PlainCodec<std::vector<std::optional<int>>> codec;  // deduced from the type
 //   Poco::Dynamic::Var json = codec.write(values);              // [1,null,3]
 //   codec.read(json, values);                                   // throws MemberError
+//   codec.writeText(values, text);                              // appends [1,null,3]
+//   codec.readDirect(reader, values);                           // throws DirectDecline
 //
 // Every codec has: `using Value`, `static constexpr bool optional` (absence allowed),
 // `Var write(const Value&) const` (throws MemberError), `void read(const Var&, Value&)
-// const` (throws MemberError), `Poco::JSON::Object::Ptr schema() const`.
+// const` (throws MemberError), `Poco::JSON::Object::Ptr schema() const`,
+// `void writeText(const Value&, std::string&) const` (the text Poco's writer makes of
+// write()'s result; throws MemberError where write() does) and `void readDirect(
+// DirectReader&, Value&) const` (what read() makes of the value Poco's parser reads from
+// the same text, or DirectDecline wherever read() would fail or might differ).
 //
 // Thread-safety: codecs are immutable once built; any number of threads may use one.
 #pragma once
@@ -20,6 +27,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -28,6 +36,8 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 
+#include "connector/serializer/detail/DirectReader.hpp"
+#include "connector/types/detail/JsonText.hpp"
 #include "connector/types/detail/MemberError.hpp"
 #include "connector/types/detail/SchemaParts.hpp"
 #include "connector/types/detail/ValueKinds.hpp"
@@ -52,6 +62,8 @@ struct BoolCodec {
     out = json.extract<bool>();
   }
   SchemaPtr schema() const { return typeSchema("boolean"); }
+  void writeText(bool value, std::string& out) const { out.append(value ? "true" : "false"); }
+  void readDirect(DirectReader& in, bool& out) const { out = in.readBool(); }
 };
 
 // Every integral type of 8 to 64 bits; written as Int64, or UInt64 above its range, the
@@ -94,6 +106,28 @@ struct IntegerCodec {
     return integerSchema(static_cast<std::int64_t>(std::numeric_limits<I>::min()),
                          static_cast<std::uint64_t>(std::numeric_limits<I>::max()));
   }
+  void writeText(I value, std::string& out) const {
+    if constexpr (std::is_signed_v<I>) {
+      appendInteger(out, static_cast<std::int64_t>(value));
+    } else {
+      appendInteger(out, static_cast<std::uint64_t>(value));
+    }
+  }
+  void readDirect(DirectReader& in, I& out) const {
+    const DirectInteger n = in.readInteger();
+    if (n.isNegative) {
+      if constexpr (std::is_signed_v<I>) {
+        if (n.negative >= static_cast<std::int64_t>(std::numeric_limits<I>::min())) {
+          out = static_cast<I>(n.negative);
+          return;
+        }
+      }
+    } else if (n.nonNegative <= static_cast<std::uint64_t>(std::numeric_limits<I>::max())) {
+      out = static_cast<I>(n.nonNegative);
+      return;
+    }
+    decline();
+  }
 };
 
 // float and double: any JSON number. A number beyond float's range reads as an infinity
@@ -134,6 +168,21 @@ struct FloatingCodec {
     out = static_cast<F>(number);
   }
   SchemaPtr schema() const { return typeSchema("number"); }
+  void writeText(F value, std::string& out) const {
+    if (!std::isfinite(value)) throwNotFinite(static_cast<double>(value));
+    appendNumber(out, value);
+  }
+  void readDirect(DirectReader& in, F& out) const {
+    const double number = in.readNumber();
+    if constexpr (std::is_same_v<F, float>) {
+      if (std::fabs(number) > static_cast<double>(std::numeric_limits<float>::max())) {
+        out = number < 0 ? -std::numeric_limits<float>::infinity()
+                         : std::numeric_limits<float>::infinity();
+        return;
+      }
+    }
+    out = static_cast<F>(number);
+  }
 };
 
 struct StringCodec {
@@ -150,6 +199,8 @@ struct StringCodec {
     out = stringValue(json, conversion);
   }
   SchemaPtr schema() const { return typeSchema("string"); }
+  void writeText(const std::string& value, std::string& out) const { appendQuoted(out, value); }
+  void readDirect(DirectReader& in, std::string& out) const { out.assign(in.readString()); }
 };
 
 // std::optional<T>: absent (as a member) or null (anywhere) is std::nullopt. An empty
@@ -170,6 +221,21 @@ struct OptionalCodec {
     inner.read(json, *out);
   }
   SchemaPtr schema() const { return nullableSchema(inner.schema()); }
+  void writeText(const Value& value, std::string& out) const {
+    if (value) {
+      inner.writeText(*value, out);
+    } else {
+      out.append("null");
+    }
+  }
+  void readDirect(DirectReader& in, Value& out) const {
+    if (in.takeNull()) {
+      out.reset();
+      return;
+    }
+    if (!out) out.emplace();
+    inner.readDirect(in, *out);
+  }
 };
 
 // The elements of a JSON array (or of a vector of Var in an object built by hand), or
@@ -225,6 +291,29 @@ struct VectorCodec {
     }
   }
   SchemaPtr schema() const { return arraySchema(inner.schema()); }
+  void writeText(const Value& values, std::string& out) const {
+    out.push_back('[');
+    bool first = true;
+    for (const auto& value : values) {
+      if (!first) out.push_back(',');
+      first = false;
+      inner.writeText(value, out);
+    }
+    out.push_back(']');
+  }
+  void readDirect(DirectReader& in, Value& out) const {
+    in.enterArray();
+    out.clear();
+    while (in.nextItem()) {
+      if constexpr (std::is_same_v<typename Inner::Value, bool>) {
+        bool value = false;
+        inner.readDirect(in, value);
+        out.push_back(value);
+      } else {
+        inner.readDirect(in, out.emplace_back());
+      }
+    }
+  }
 };
 
 template <typename Inner>
@@ -261,6 +350,29 @@ struct MapCodec {
     }
   }
   SchemaPtr schema() const { return mapSchema(inner.schema()); }
+  void writeText(const Value& values, std::string& out) const {
+    out.push_back('{');
+    bool first = true;
+    // std::map's order is Poco's object order: both compare keys bytewise.
+    for (const auto& [key, value] : values) {
+      if (!first) out.push_back(',');
+      first = false;
+      appendQuoted(out, key);
+      out.push_back(':');
+      inner.writeText(value, out);
+    }
+    out.push_back('}');
+  }
+  void readDirect(DirectReader& in, Value& out) const {
+    in.enterObject();
+    out.clear();
+    std::string_view key;
+    while (in.nextMember(key)) {
+      auto [entry, added] = out.try_emplace(std::string(key));
+      if (!added) decline();  // a repeated key: Poco keeps the last one
+      inner.readDirect(in, entry->second);
+    }
+  }
 };
 
 // The codec of a member type that needs no description (bool, integers, floating point,

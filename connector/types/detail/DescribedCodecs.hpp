@@ -52,6 +52,16 @@ struct EnumCodec {
     out = *value;
   }
   SchemaPtr schema() const { return enumSchema(names.names()); }
+  void writeText(E value, std::string& out) const {
+    const std::string* name = names.nameOf(value);
+    if (name == nullptr) throwNotOneOf(std::to_string(Enum<E>::number(value)), names.names());
+    appendQuoted(out, *name);
+  }
+  void readDirect(DirectReader& in, E& out) const {
+    const std::optional<E> value = names.valueOf(in.readString());
+    if (!value) decline();
+    out = *value;
+  }
 };
 
 template <typename U>
@@ -69,6 +79,11 @@ struct StructCodec {
     description.read(*object, out, false);
   }
   SchemaPtr schema() const { return description.schema(nullptr, false); }
+  void writeText(const U& value, std::string& out) const { description.writeText(value, out); }
+  void readDirect(DirectReader& in, U& out) const {
+    in.enterObject();
+    description.readDirect(in, out, false);
+  }
 };
 
 template <typename D>

@@ -13,6 +13,17 @@ void MemberIndex::add(const std::string& name) {
     throw std::invalid_argument("member \"" + name + "\" is declared twice");
   }
   sorted.emplace(at, name, sorted.size());
+  declared.push_back(name);
+}
+
+std::size_t MemberIndex::find(std::string_view key, std::size_t expected) const noexcept {
+  if (expected < declared.size() && declared[expected] == key) return expected;
+  const auto at = std::lower_bound(
+      sorted.begin(), sorted.end(), key,
+      [](const std::pair<std::string, std::size_t>& entry, std::string_view wanted) {
+        return std::string_view(entry.first) < wanted;
+      });
+  return at != sorted.end() && at->first == key ? at->second : kNotDeclared;
 }
 
 const std::string* MemberIndex::locate(const Poco::JSON::Object& object,

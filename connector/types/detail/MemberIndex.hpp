@@ -9,7 +9,9 @@
 //   // slots[1] == nullptr when "quantity" is absent; *unknown names a member not declared
 //
 // locate walks the object's members once, in their (sorted) order, beside the declared
-// names kept in the same order: no look-up per member and no copy of any value.
+// names kept in the same order: no look-up per member and no copy of any value. find
+// serves the direct reader, which meets members in the order of the text: it tries the
+// member a caller expects next (the one after the last found) before it searches.
 //
 // Thread-safety: add() while declaring, on one thread; locate() from any number of
 // threads afterwards.
@@ -17,6 +19,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -35,6 +38,12 @@ class CONNECTOR_API MemberIndex {
 
   std::size_t size() const noexcept { return sorted.size(); }
 
+  static constexpr std::size_t kNotDeclared = static_cast<std::size_t>(-1);
+
+  // The declaration index of the member named key, or kNotDeclared; `expected` is
+  // tried first.
+  std::size_t find(std::string_view key, std::size_t expected) const noexcept;
+
   // Sets slots[i] (size() of them) to the value of the i-th declared member, nullptr when
   // the object lacks it. Returns the first member of the object that is not declared
   // (skipping "type" when skipType), or nullptr when there is none.
@@ -43,6 +52,7 @@ class CONNECTOR_API MemberIndex {
 
  private:
   std::vector<std::pair<std::string, std::size_t>> sorted;  // name, declaration index
+  std::vector<std::string> declared;                         // names in declaration order
 };
 
 }  // namespace connector::json::detail
