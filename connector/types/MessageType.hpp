@@ -109,6 +109,12 @@ class MessageType {
   // with one of the reading texts, Poco::NullPointerException for a null object.
   DeserializerFn deserializer() const { return deserializerOf(described()); }
 
+  // The direct codec of the members declared so far (see DirectCodec.hpp), as
+  // registerWith puts it beside the converters of a JsonSerializerImpl.
+  std::shared_ptr<const DirectCodec> directCodec() const {
+    return std::make_shared<const detail::DeclaredDirectCodec<T>>(described());
+  }
+
   // Registers name() for T on serializer, replacing whatever converters the name had.
   // On a JsonSerializerImpl (the class itself, not one derived from it) a direct codec
   // goes beside the converters: serialize, serializeValue and the streamed deserialize

@@ -14,7 +14,7 @@
 #include "NetFixtures.hpp"
 #include "RawClient.hpp"
 #include "TestPki.hpp"
-#include "serializer/LogCapture.hpp"
+#include "support/LogCapture.hpp"
 #include "support/ExpectThrow.hpp"
 
 namespace {

@@ -14,7 +14,7 @@
 
 #include <connector/json.hpp>
 
-#include "serializer/LogCapture.hpp"
+#include "support/LogCapture.hpp"
 #include "serializer/SerializerTestTypes.hpp"
 
 namespace connector::json {

@@ -9,7 +9,7 @@
 
 #include <connector/json.hpp>
 
-#include "serializer/LogCapture.hpp"
+#include "support/LogCapture.hpp"
 #include "serializer/SerializerTestTypes.hpp"
 #include "support/ExpectThrow.hpp"
 

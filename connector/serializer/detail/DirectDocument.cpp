@@ -70,6 +70,8 @@ class SimdjsonReader final : public DirectReader {
     od::field field;
     if ((*frame.members).get(field) != simdjson::SUCCESS) decline();
     if (field.unescaped_key().get(key) != simdjson::SUCCESS) decline();
+    // Poco's parser cuts a member name at its first NUL (it takes the name as a C string).
+    if (key.find('\0') != std::string_view::npos) decline();
     current = field.value();
     return true;
   }
@@ -118,14 +120,20 @@ class SimdjsonReader final : public DirectReader {
     const od::number number = readAnyNumber();
     DirectInteger value;
     switch (number.get_number_type()) {
-      case od::number_type::signed_integer:
-        value.isNegative = number.get_int64() < 0;
+      case od::number_type::signed_integer: {
+        const std::int64_t n = number.get_int64();
+        value.isNegative = n < 0;
         if (value.isNegative) {
-          value.negative = number.get_int64();
+          // Poco's parser takes a negative integer's magnitude through a double, so
+          // beyond 2^53 it reads the nearest double's value: -9007199254740993 becomes
+          // -9007199254740992 (and -9223372036854775807 becomes -9223372036854775808).
+          const std::uint64_t magnitude = static_cast<std::uint64_t>(-(n + 1)) + 1;
+          value.negative = static_cast<std::int64_t>(-static_cast<double>(magnitude));
         } else {
-          value.nonNegative = static_cast<std::uint64_t>(number.get_int64());
+          value.nonNegative = static_cast<std::uint64_t>(n);
         }
         return value;
+      }
       case od::number_type::unsigned_integer:
         value.nonNegative = number.get_uint64();
         return value;
@@ -212,12 +220,31 @@ class SimdjsonReader final : public DirectReader {
   }
 
   // Any number Poco's parser takes: integer literals within 64 bits (simdjson refuses
-  // the longer ones, which Poco refuses too), other literals to a finite double.
+  // the longer ones, which Poco refuses too), other literals to a finite double. A
+  // literal with more than 19 digits before its exponent is left to Poco: this simdjson
+  // reads some of those wrongly.
   od::number readAnyNumber() {
     notAtRoot();
     od::number number;
     if (current.get_number().get(number) != simdjson::SUCCESS) decline();
+    if (number.get_number_type() == od::number_type::floating_point_number) {
+      const std::string_view token = current.raw_json_token();
+      // A literal of at most 20 bytes has at most 19 digits besides its '.' or 'e'.
+      if (token.size() > 20 && mantissaDigits(token) > 19) decline();
+    }
     return number;
+  }
+
+  static int mantissaDigits(std::string_view token) {
+    int digits = 0;
+    for (const char c : token) {
+      if (c >= '0' && c <= '9') {
+        ++digits;
+      } else if (c != '-' && c != '.') {
+        break;  // the exponent, or the end of the literal
+      }
+    }
+    return digits;
   }
 
   od::document* document = nullptr;
@@ -299,6 +326,7 @@ bool DirectDocument::typeName(std::string& name) {
     if (std::move(member).get(field) != simdjson::SUCCESS) return false;
     std::string_view key;
     if (field.unescaped_key().get(key) != simdjson::SUCCESS) return false;
+    if (key.find('\0') != std::string_view::npos) return false;  // Poco cuts it short
     if (key != "type") continue;
     if (++found > 1) return false;
     std::string_view text;
