@@ -221,30 +221,33 @@ class SimdjsonReader final : public DirectReader {
 
   // Any number Poco's parser takes: integer literals within 64 bits (simdjson refuses
   // the longer ones, which Poco refuses too), other literals to a finite double. A
-  // literal with more than 19 digits before its exponent is left to Poco: this simdjson
-  // reads some of those wrongly.
+  // literal whose digits and point before the exponent are more than 19 characters is
+  // left to Poco: simdjson 3.0 reads some of those wrongly (it takes them on a slower
+  // path that is not always right).
   od::number readAnyNumber() {
     notAtRoot();
     od::number number;
     if (current.get_number().get(number) != simdjson::SUCCESS) decline();
     if (number.get_number_type() == od::number_type::floating_point_number) {
       const std::string_view token = current.raw_json_token();
-      // A literal of at most 20 bytes has at most 19 digits besides its '.' or 'e'.
-      if (token.size() > 20 && mantissaDigits(token) > 19) decline();
+      if (token.size() > kLongestMantissa && mantissaLength(token) > kLongestMantissa) decline();
     }
     return number;
   }
 
-  static int mantissaDigits(std::string_view token) {
-    int digits = 0;
+  static constexpr std::size_t kLongestMantissa = 19;
+
+  // The characters of a number literal from its first digit to its exponent.
+  static std::size_t mantissaLength(std::string_view token) {
+    std::size_t length = 0;
     for (const char c : token) {
-      if (c >= '0' && c <= '9') {
-        ++digits;
-      } else if (c != '-' && c != '.') {
+      if ((c >= '0' && c <= '9') || c == '.') {
+        ++length;
+      } else if (c != '-') {
         break;  // the exponent, or the end of the literal
       }
     }
-    return digits;
+    return length;
   }
 
   od::document* document = nullptr;
