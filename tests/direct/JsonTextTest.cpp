@@ -50,7 +50,7 @@ TEST(JsonTextTest, NumbersAtTheEdgesAreWrittenAsPocoWritesThem) {
   EXPECT_EQ(ours(0.0), "0");
   EXPECT_EQ(ours(-0.0), "0");
   EXPECT_EQ(ours(1e21), "1e+21");
-  EXPECT_EQ(ours(1e-7), "1e-7");
+  EXPECT_EQ(ours(1e-7), "0.0000001");
   EXPECT_EQ(ours(0.1), "0.1");
   EXPECT_EQ(ours(1e15), "1e+15");
   EXPECT_EQ(ours(1e14), "100000000000000");
