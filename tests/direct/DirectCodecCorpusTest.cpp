@@ -9,7 +9,7 @@
 #include "direct/DirectTypesInScope.hpp"
 #include "direct/DocumentGenerator.hpp"
 #include "support/DirectDifferential.hpp"
-#include "support/ScriptedPublisher.hpp"
+#include "support/StagedPublisher.hpp"
 #include "support/SharedData.hpp"
 
 namespace connector::testing {
@@ -59,8 +59,8 @@ TEST_P(DirectCodecCorpusTest, TheDocumentInChunksReadsTheSameAsInOneBuffer) {
   for (const std::size_t size : {std::size_t{61}, std::size_t{4096}, std::size_t{65536}}) {
     EXPECT_EQ(both.compareRead(name(),
                                [&] {
-                                 return std::make_shared<ScriptedPublisher>(
-                                     ScriptedPublisher::split(text, size));
+                                 return std::make_shared<StagedPublisher>(
+                                     StagedPublisher::split(text, size));
                                }),
               "")
         << "chunks of " << size;

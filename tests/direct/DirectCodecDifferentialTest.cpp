@@ -19,7 +19,7 @@
 #include "direct/DocumentGenerator.hpp"
 #include "serializer/ChunkPublisher.hpp"
 #include "support/DirectDifferential.hpp"
-#include "support/ScriptedPublisher.hpp"
+#include "support/StagedPublisher.hpp"
 
 namespace connector::testing {
 namespace {
@@ -107,10 +107,10 @@ TEST_F(DirectCodecDifferentialTest, ChunkedStreamsReadTheSameAsOneBuffer) {
       const std::string document = generate.document(*type.schema, i % 2 == 0 ? 0.0 : 0.04);
       const std::size_t size = sizes[i % std::size(sizes)];
       compare(type, document, [document, size] {
-        return std::make_shared<ScriptedPublisher>(ScriptedPublisher::split(document, size));
+        return std::make_shared<StagedPublisher>(StagedPublisher::split(document, size));
       });
       compare(type, document, [document, size] {  // the end comes later, from a thread
-        return std::make_shared<ScriptedPublisher>(ScriptedPublisher::split(document, size),
+        return std::make_shared<StagedPublisher>(StagedPublisher::split(document, size),
                                                    nullptr, true);
       });
       if (i % 4 == 0) {  // delivered from the publisher's own thread
@@ -134,13 +134,13 @@ TEST_F(DirectCodecDifferentialTest, StreamsThatFailPartOfTheWayReadTheSameOnBoth
       const std::exception_ptr error = errors[i % std::size(errors)];
       // Cut anywhere: before the document ends, or after all of it.
       const std::size_t cut = generate.below(document.size() + 1);
-      std::vector<std::string> chunks = ScriptedPublisher::split(document.substr(0, cut), 5);
+      std::vector<std::string> chunks = StagedPublisher::split(document.substr(0, cut), 5);
       compare(type, document, [chunks, error] {
-        return std::make_shared<ScriptedPublisher>(
+        return std::make_shared<StagedPublisher>(
             chunks, error ? error : std::make_exception_ptr(std::runtime_error("no end")));
       });
       compare(type, document, [chunks, error] {
-        return std::make_shared<ScriptedPublisher>(chunks, error, true);
+        return std::make_shared<StagedPublisher>(chunks, error, true);
       });
     }
   }

@@ -1,11 +1,11 @@
-// ScriptedPublisher: a byte publisher that delivers given chunks synchronously, on the
+// StagedPublisher: a byte publisher that delivers given chunks synchronously, on the
 // thread that signals demand, and then ends as told: onComplete, or onError with a
 // given error; the end may instead come later from a thread of its own, so that a
 // reader sees some bytes before the stream is over.
 //
-//   auto bytes = std::make_shared<ScriptedPublisher>(ScriptedPublisher::split(text, 3));
-//   auto failing = std::make_shared<ScriptedPublisher>(chunks, error);     // onError at the end
-//   auto late = std::make_shared<ScriptedPublisher>(chunks, nullptr, true); // ends from a thread
+//   auto bytes = std::make_shared<StagedPublisher>(StagedPublisher::split(text, 3));
+//   auto failing = std::make_shared<StagedPublisher>(chunks, error);     // onError at the end
+//   auto late = std::make_shared<StagedPublisher>(chunks, nullptr, true); // ends from a thread
 //
 // Empty chunks are delivered as empty buffers. Demand is honoured item by item.
 //
@@ -30,14 +30,14 @@
 
 namespace connector::testing {
 
-class ScriptedPublisher final : public reactive_streams::PublisherAPI<common::DataBuffer>,
-                                public std::enable_shared_from_this<ScriptedPublisher> {
+class StagedPublisher final : public reactive_streams::PublisherAPI<common::DataBuffer>,
+                                public std::enable_shared_from_this<StagedPublisher> {
  public:
-  explicit ScriptedPublisher(std::vector<std::string> chunks, std::exception_ptr error = nullptr,
+  explicit StagedPublisher(std::vector<std::string> chunks, std::exception_ptr error = nullptr,
                              bool endLater = false)
       : chunks(std::move(chunks)), error(std::move(error)), endLater(endLater) {}
 
-  ~ScriptedPublisher() override {
+  ~StagedPublisher() override {
     if (ender.joinable()) ender.join();
   }
 
@@ -66,7 +66,7 @@ class ScriptedPublisher final : public reactive_streams::PublisherAPI<common::Da
  private:
   class Link final : public reactive_streams::Subscription {
    public:
-    explicit Link(std::weak_ptr<ScriptedPublisher> owner) : owner(std::move(owner)) {}
+    explicit Link(std::weak_ptr<StagedPublisher> owner) : owner(std::move(owner)) {}
     void request(std::int64_t n) override {
       if (auto publisher = owner.lock()) {
         publisher->addDemand(n);
@@ -78,7 +78,7 @@ class ScriptedPublisher final : public reactive_streams::PublisherAPI<common::Da
     }
 
    private:
-    std::weak_ptr<ScriptedPublisher> owner;
+    std::weak_ptr<StagedPublisher> owner;
   };
 
   void addDemand(std::int64_t n) {
