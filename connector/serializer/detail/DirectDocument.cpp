@@ -29,6 +29,22 @@ namespace od = simdjson::ondemand;
 // Poco's parser refuses containers nested deeper than this (the root counts as 1).
 constexpr int kMaxDepth = 128;
 
+// The name of a member as Poco's parser reads it; false when Poco would read it
+// otherwise. Most names hold no escape: they are taken as they stand in the text,
+// without a copy.
+bool memberName(od::field& field, std::string_view& name) {
+  const char* const raw = field.key().raw();
+  const char* end = raw;
+  while (*end != '"' && *end != '\\') ++end;  // the text holds the closing quote
+  if (*end == '"') {
+    name = std::string_view(raw, static_cast<std::size_t>(end - raw));
+    return true;
+  }
+  if (field.unescaped_key().get(name) != simdjson::SUCCESS) return false;
+  // Poco's parser cuts a member name at its first NUL (it takes the name as a C string).
+  return name.find('\0') == std::string_view::npos;
+}
+
 // A DirectReader over an On-Demand document: a stack of the objects and arrays entered,
 // and the value that the next read takes.
 class SimdjsonReader final : public DirectReader {
@@ -69,9 +85,7 @@ class SimdjsonReader final : public DirectReader {
     }
     od::field field;
     if ((*frame.members).get(field) != simdjson::SUCCESS) decline();
-    if (field.unescaped_key().get(key) != simdjson::SUCCESS) decline();
-    // Poco's parser cuts a member name at its first NUL (it takes the name as a C string).
-    if (key.find('\0') != std::string_view::npos) decline();
+    if (!memberName(field, key)) decline();
     current = field.value();
     return true;
   }
@@ -328,8 +342,7 @@ bool DirectDocument::typeName(std::string& name) {
     od::field field;
     if (std::move(member).get(field) != simdjson::SUCCESS) return false;
     std::string_view key;
-    if (field.unescaped_key().get(key) != simdjson::SUCCESS) return false;
-    if (key.find('\0') != std::string_view::npos) return false;  // Poco cuts it short
+    if (!memberName(field, key)) return false;
     if (key != "type") continue;
     if (++found > 1) return false;
     std::string_view text;
