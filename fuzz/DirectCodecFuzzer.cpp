@@ -100,7 +100,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   require(declared.both.compareRead(byName, publish), "reading");
 
-  const ReadOutcome read = DirectDifferential::read(*declared.both.reference, &name, oneShot(document)());
+  const ReadOutcome read =
+      DirectDifferential::read(*declared.both.reference, &name, oneShot(document)());
   if (read.message) require(declared.both.compareWrite(read.message), "writing");
   return 0;
 }

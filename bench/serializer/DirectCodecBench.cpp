@@ -98,12 +98,12 @@ double timedRead(JsonSerializerImpl& serializer, const Document& document,
                  const connector::common::DataBuffer& bytes) {
   connector::common::DataBuffer copy = bytes;  // not timed: the peer's buffer
   const auto start = std::chrono::steady_clock::now();
-  auto publisher =
-      std::make_shared<connector::reactive_streams::OneShotPublisher<connector::common::DataBuffer>>(
-          std::move(copy));
-  std::unique_ptr<Message> message =
-      document.name != nullptr ? serializer.deserialize(document.name, publisher).get()
-                               : serializer.deserialize(publisher).get();
+  auto publisher = std::make_shared<
+      connector::reactive_streams::OneShotPublisher<connector::common::DataBuffer>>(
+      std::move(copy));
+  std::unique_ptr<Message> message = document.name != nullptr
+                                         ? serializer.deserialize(document.name, publisher).get()
+                                         : serializer.deserialize(publisher).get();
   const auto stop = std::chrono::steady_clock::now();
   benchmark::DoNotOptimize(message.get());
   return std::chrono::duration<double, std::nano>(stop - start).count();
@@ -131,9 +131,11 @@ void Write(benchmark::State& state, const Document& document) {
   const std::string typeName = document.name != nullptr ? document.name : "FeatureCollection";
   std::unique_ptr<Message> message =
       both.converters
-          ->deserialize(typeName, std::make_shared<connector::reactive_streams::OneShotPublisher<
-                                      connector::common::DataBuffer>>(
-                                      connector::common::DataBuffer(text.data(), text.size())))
+          ->deserialize(
+              typeName,
+              std::make_shared<
+                  connector::reactive_streams::OneShotPublisher<connector::common::DataBuffer>>(
+                  connector::common::DataBuffer(text.data(), text.size())))
           .get();
   TextSink sink;
   std::ostream out(&sink);

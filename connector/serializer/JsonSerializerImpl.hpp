@@ -109,7 +109,8 @@ class CONNECTOR_API JsonSerializerImpl : public JsonSerializer,
   std::unordered_map<std::string, DeserializerFn> deserializers;  // guarded by mutex
   std::unordered_map<std::type_index, NameList> namesByType;      // guarded by mutex
   std::unordered_map<std::string, NameList> namesByTypeName;      // guarded by mutex
-  std::unordered_map<std::string, std::shared_ptr<const DirectCodec>> directCodecs;  // guarded by mutex
+  std::unordered_map<std::string, std::shared_ptr<const DirectCodec>>
+      directCodecs;                              // guarded by mutex
   std::atomic<std::size_t> directCodecCount{0};  // directCodecs.size(), written under mutex
 };
 

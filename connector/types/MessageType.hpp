@@ -125,9 +125,9 @@ class MessageType {
   void registerWith(JsonSerializer& serializer) const {
     const auto declared = described();
     if (typeid(serializer) == typeid(JsonSerializerImpl)) {
-      static_cast<JsonSerializerImpl&>(serializer).registerType(
-          typeName, typeid(T), serializerOf(declared), deserializerOf(declared),
-          std::make_shared<const detail::DeclaredDirectCodec<T>>(declared));
+      static_cast<JsonSerializerImpl&>(serializer)
+          .registerType(typeName, typeid(T), serializerOf(declared), deserializerOf(declared),
+                        std::make_shared<const detail::DeclaredDirectCodec<T>>(declared));
       return;
     }
     serializer.registerType(typeName, typeid(T), serializerOf(declared), deserializerOf(declared));

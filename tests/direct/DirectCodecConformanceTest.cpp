@@ -37,8 +37,8 @@ class DirectCodecConformanceTest : public ::testing::TestWithParam<const char*> 
 
   std::vector<std::filesystem::path> files() const {
     std::vector<std::filesystem::path> found;
-    for (const auto& entry :
-         std::filesystem::directory_iterator(sharedDataDir() / "json-test-suite" / "test_parsing")) {
+    for (const auto& entry : std::filesystem::directory_iterator(
+             sharedDataDir() / "json-test-suite" / "test_parsing")) {
       if (entry.path().filename().string().rfind(GetParam(), 0) == 0) found.push_back(entry.path());
     }
     std::sort(found.begin(), found.end());
@@ -60,10 +60,12 @@ TEST_P(DirectCodecConformanceTest, EveryFileEndsTheSameOnBothPaths) {
     const std::string file = path.filename().string();
     EXPECT_EQ(both.compareRead(&anythingName, oneShot(bytes)), "") << file << " as it stands";
     EXPECT_EQ(both.compareRead(nullptr, oneShot(bytes)), "") << file << " by type";
-    const std::string wrapped = std::string("{\"type\":\"") + kAnything + "\",\"value\":" + bytes + "}";
+    const std::string wrapped =
+        std::string("{\"type\":\"") + kAnything + "\",\"value\":" + bytes + "}";
     EXPECT_EQ(both.compareRead(nullptr, oneShot(wrapped)), "") << file << " as a value";
     EXPECT_EQ(both.compareRead(&anythingName, oneShot(wrapped, 64)), "") << file << " as a value";
-    const std::string held = std::string("{\"type\":\"") + kHolder + "\",\"numbers\":[" + bytes + "]}";
+    const std::string held =
+        std::string("{\"type\":\"") + kHolder + "\",\"numbers\":[" + bytes + "]}";
     EXPECT_EQ(both.compareRead(nullptr, oneShot(held)), "") << file << " as a number";
   }
 }

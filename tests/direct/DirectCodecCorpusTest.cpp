@@ -9,8 +9,8 @@
 #include "direct/DirectTypesInScope.hpp"
 #include "direct/DocumentGenerator.hpp"
 #include "support/DirectDifferential.hpp"
-#include "support/StagedPublisher.hpp"
 #include "support/SharedData.hpp"
+#include "support/StagedPublisher.hpp"
 
 namespace connector::testing {
 namespace {
@@ -23,17 +23,16 @@ struct CorpusDocument {
   const char* typeName;
 };
 
-const CorpusDocument kDocuments[] = {{"twitter.json", "corpus/Twitter", "corpus/Twitter"},
-                                     {"citm_catalog.json", "corpus/CitmCatalog", "corpus/CitmCatalog"},
-                                     {"canada.json", nullptr, "FeatureCollection"}};
+const CorpusDocument kDocuments[] = {
+    {"twitter.json", "corpus/Twitter", "corpus/Twitter"},
+    {"citm_catalog.json", "corpus/CitmCatalog", "corpus/CitmCatalog"},
+    {"canada.json", nullptr, "FeatureCollection"}};
 
 class DirectCodecCorpusTest : public ::testing::TestWithParam<CorpusDocument> {
  protected:
   DirectCodecCorpusTest() { declareTypesInScope(both); }
 
-  std::string document() const {
-    return readFile(sharedDataDir() / "corpus" / GetParam().file);
-  }
+  std::string document() const { return readFile(sharedDataDir() / "corpus" / GetParam().file); }
   const std::string* name() {
     if (GetParam().name == nullptr) return nullptr;
     nameHeld = GetParam().name;
@@ -57,12 +56,11 @@ TEST_P(DirectCodecCorpusTest, TheWholeDocumentReadsAndWritesTheSameOnBothPaths) 
 TEST_P(DirectCodecCorpusTest, TheDocumentInChunksReadsTheSameAsInOneBuffer) {
   const std::string text = document();
   for (const std::size_t size : {std::size_t{61}, std::size_t{4096}, std::size_t{65536}}) {
-    EXPECT_EQ(both.compareRead(name(),
-                               [&] {
-                                 return std::make_shared<StagedPublisher>(
-                                     StagedPublisher::split(text, size));
-                               }),
-              "")
+    EXPECT_EQ(
+        both.compareRead(
+            name(),
+            [&] { return std::make_shared<StagedPublisher>(StagedPublisher::split(text, size)); }),
+        "")
         << "chunks of " << size;
   }
 }

@@ -50,7 +50,8 @@ class DirectCodecDifferentialTest : public ::testing::Test {
   // was read; publish makes one publisher of the document per side.
   void compare(const TypeInScope& type, const std::string& document,
                const BytePublisherFactory& publish) {
-    EXPECT_EQ(both.compareRead(nullptr, publish), "") << type.name << " by type: " << shown(document);
+    EXPECT_EQ(both.compareRead(nullptr, publish), "")
+        << type.name << " by type: " << shown(document);
     EXPECT_EQ(both.compareRead(&type.name, publish), "")
         << type.name << " by name: " << shown(document);
     const ReadOutcome read = DirectDifferential::read(*both.reference, &type.name, publish());
@@ -110,8 +111,8 @@ TEST_F(DirectCodecDifferentialTest, ChunkedStreamsReadTheSameAsOneBuffer) {
         return std::make_shared<StagedPublisher>(StagedPublisher::split(document, size));
       });
       compare(type, document, [document, size] {  // the end comes later, from a thread
-        return std::make_shared<StagedPublisher>(StagedPublisher::split(document, size),
-                                                   nullptr, true);
+        return std::make_shared<StagedPublisher>(StagedPublisher::split(document, size), nullptr,
+                                                 true);
       });
       if (i % 4 == 0) {  // delivered from the publisher's own thread
         compare(type, document, [document, size] {
@@ -124,10 +125,10 @@ TEST_F(DirectCodecDifferentialTest, ChunkedStreamsReadTheSameAsOneBuffer) {
 
 TEST_F(DirectCodecDifferentialTest, StreamsThatFailPartOfTheWayReadTheSameOnBothPaths) {
   DocumentGenerator generate(5);
-  const std::exception_ptr errors[] = {
-      std::make_exception_ptr(std::runtime_error("link dropped")),
-      std::make_exception_ptr(Poco::IOException("socket reset")),
-      std::make_exception_ptr(std::invalid_argument("bad chunk")), nullptr};
+  const std::exception_ptr errors[] = {std::make_exception_ptr(std::runtime_error("link dropped")),
+                                       std::make_exception_ptr(Poco::IOException("socket reset")),
+                                       std::make_exception_ptr(std::invalid_argument("bad chunk")),
+                                       nullptr};
   for (const auto& type : types) {
     for (int i = 0; i < kDocuments / 4; ++i) {
       const std::string document = generate.document(*type.schema, 0.0);
@@ -139,9 +140,8 @@ TEST_F(DirectCodecDifferentialTest, StreamsThatFailPartOfTheWayReadTheSameOnBoth
         return std::make_shared<StagedPublisher>(
             chunks, error ? error : std::make_exception_ptr(std::runtime_error("no end")));
       });
-      compare(type, document, [chunks, error] {
-        return std::make_shared<StagedPublisher>(chunks, error, true);
-      });
+      compare(type, document,
+              [chunks, error] { return std::make_shared<StagedPublisher>(chunks, error, true); });
     }
   }
 }

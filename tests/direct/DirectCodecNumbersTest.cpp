@@ -62,8 +62,8 @@ class DirectCodecNumbersTest : public ::testing::Test {
         value = static_cast<double>(static_cast<std::int64_t>(random()) >> (random() % 64));
         break;
     }
-    static const char* const kFormats[] = {"%.17g", "%.16e", "%.15g", "%.9g", "%.3f", "%g",
-                                           "%.6e",  "%.12E", "%.1f"};
+    static const char* const kFormats[] = {"%.17g", "%.16e", "%.15g", "%.9g", "%.3f",
+                                           "%g",    "%.6e",  "%.12E", "%.1f"};
     char text[400];  // "%.3f" of 1e308 has 313 characters
     std::snprintf(text, sizeof text, kFormats[random() % std::size(kFormats)], value);
     return text;
@@ -105,10 +105,10 @@ TEST_F(DirectCodecNumbersTest, RandomNumbersReadAndWriteTheSameOnBothPaths) {
     const std::string document = "{\"doubles\":" + list(kPerDocument, true, true) +
                                  ",\"floats\":" + list(kPerDocument / 4, true, true) +
                                  ",\"signedIntegers\":" + list(kPerDocument, false, true) +
-                                 ",\"unsignedIntegers\":" + list(kPerDocument, false, false) +
-                                 "}";
+                                 ",\"unsignedIntegers\":" + list(kPerDocument, false, false) + "}";
     EXPECT_EQ(both.compareRead(&name, oneShot(document)), "");
-    const ReadOutcome outcome = DirectDifferential::read(*both.reference, &name, oneShot(document)());
+    const ReadOutcome outcome =
+        DirectDifferential::read(*both.reference, &name, oneShot(document)());
     if (outcome.message) {
       ++read;
       EXPECT_EQ(both.compareWrite(outcome.message), "");
@@ -119,12 +119,38 @@ TEST_F(DirectCodecNumbersTest, RandomNumbersReadAndWriteTheSameOnBothPaths) {
 
 TEST_F(DirectCodecNumbersTest, EdgeValuesWriteTheSameOnBothPaths) {
   auto message = std::make_unique<Numbers>();
-  message->doubles = {0.0, -0.0, 0.1, -0.1, 1e21, 1e-7, 1e15, 1e16, 1e-15, 1e-16, 5e-324,
-                      2.2250738585072014e-308, 1e308, std::numeric_limits<double>::max(),
-                      9007199254740993.0, 123456789012345.0, 1234567890123456.0, 0.5, 100,
-                      -65.613616999999977, 1.0 / 3};
-  message->floats = {0.0F, -0.0F, 0.1F, 1e6F, 1e5F, 123456.0F, 1234567.0F, 1e-6F, 1e-7F,
-                     std::numeric_limits<float>::max(), std::numeric_limits<float>::denorm_min(),
+  message->doubles = {0.0,
+                      -0.0,
+                      0.1,
+                      -0.1,
+                      1e21,
+                      1e-7,
+                      1e15,
+                      1e16,
+                      1e-15,
+                      1e-16,
+                      5e-324,
+                      2.2250738585072014e-308,
+                      1e308,
+                      std::numeric_limits<double>::max(),
+                      9007199254740993.0,
+                      123456789012345.0,
+                      1234567890123456.0,
+                      0.5,
+                      100,
+                      -65.613616999999977,
+                      1.0 / 3};
+  message->floats = {0.0F,
+                     -0.0F,
+                     0.1F,
+                     1e6F,
+                     1e5F,
+                     123456.0F,
+                     1234567.0F,
+                     1e-6F,
+                     1e-7F,
+                     std::numeric_limits<float>::max(),
+                     std::numeric_limits<float>::denorm_min(),
                      3.14159265F};
   message->signedIntegers = {0, -1, std::numeric_limits<std::int64_t>::min(),
                              std::numeric_limits<std::int64_t>::max()};
@@ -149,9 +175,9 @@ TEST_F(DirectCodecNumbersTest, EdgeValuesWriteTheSameOnBothPaths) {
 }
 
 TEST_F(DirectCodecNumbersTest, ValuesJsonCannotHoldFailTheSameOnBothPaths) {
-  for (const double bad : {std::numeric_limits<double>::infinity(),
-                           -std::numeric_limits<double>::infinity(),
-                           std::numeric_limits<double>::quiet_NaN()}) {
+  for (const double bad :
+       {std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+        std::numeric_limits<double>::quiet_NaN()}) {
     auto message = std::make_unique<Numbers>();
     message->doubles = {1.5, bad};
     std::unique_ptr<Message> held = std::move(message);

@@ -34,11 +34,11 @@ constexpr bool sanitizedBuild() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   return true;
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#  if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
   return true;
-#else
+#  else
   return false;
-#endif
+#  endif
 #else
   return false;
 #endif

@@ -14,42 +14,125 @@ namespace connector::testing {
 namespace {
 
 // Numbers at the edges of what the two parsers read, as they may appear in a document.
-const char* const kNumberEdges[] = {
-    "0", "-0", "0.0", "-0.0", "1", "-1", "0.1", "-0.1", "1e21", "1E21", "1e+21", "1e-7",
-    "1.5e-7", "1e308", "-1e308", "1.7976931348623157e308", "5e-324", "-5e-324", "4.9e-324",
-    "2.2250738585072014e-308", "2.2250738585072011e-308", "1e-320", "9007199254740993",
-    "9007199254740992", "-9007199254740993", "9223372036854775807", "-9223372036854775808",
-    "18446744073709551615", "9223372036854775808", "0.30000000000000004", "123456.789e3",
-    "3.4028234663852886e38", "3.4028235677973366e38", "3.5e38", "-3.5e38", "1.401298464e-45",
-    "1e-46", "100", "1e2", "1E+2", "12345678901234567890e-5", "0.000001", "1e15", "1e16",
-    "123456789012345.6", "1234567890123456.7", "4.35", "2.5", "0.5e1", "1e0",
-    "0.1000000000000000055511151231257827021181583404541015625"};
+const char* const kNumberEdges[] = {"0",
+                                    "-0",
+                                    "0.0",
+                                    "-0.0",
+                                    "1",
+                                    "-1",
+                                    "0.1",
+                                    "-0.1",
+                                    "1e21",
+                                    "1E21",
+                                    "1e+21",
+                                    "1e-7",
+                                    "1.5e-7",
+                                    "1e308",
+                                    "-1e308",
+                                    "1.7976931348623157e308",
+                                    "5e-324",
+                                    "-5e-324",
+                                    "4.9e-324",
+                                    "2.2250738585072014e-308",
+                                    "2.2250738585072011e-308",
+                                    "1e-320",
+                                    "9007199254740993",
+                                    "9007199254740992",
+                                    "-9007199254740993",
+                                    "9223372036854775807",
+                                    "-9223372036854775808",
+                                    "18446744073709551615",
+                                    "9223372036854775808",
+                                    "0.30000000000000004",
+                                    "123456.789e3",
+                                    "3.4028234663852886e38",
+                                    "3.4028235677973366e38",
+                                    "3.5e38",
+                                    "-3.5e38",
+                                    "1.401298464e-45",
+                                    "1e-46",
+                                    "100",
+                                    "1e2",
+                                    "1E+2",
+                                    "12345678901234567890e-5",
+                                    "0.000001",
+                                    "1e15",
+                                    "1e16",
+                                    "123456789012345.6",
+                                    "1234567890123456.7",
+                                    "4.35",
+                                    "2.5",
+                                    "0.5e1",
+                                    "1e0",
+                                    "0.1000000000000000055511151231257827021181583404541015625"};
 
 // Numbers that the parsers refuse or might read differently.
 const char* const kBadNumbers[] = {
-    "1e400", "-1e400", "1e309", "123456789012345678901234", "18446744073709551616",
-    "18446744073709551619", "-9223372036854775809", "-18446744073709551616", "1.", ".5", "01",
-    "-01", "1e", "1e+", "+1", "0x10", "NaN", "Infinity", "-Infinity", "1.5x", "--1", "1ee2",
-    "2e308", "1" "00000000000000000000000000000000000000000000000000000000000000000000000"
-              "00000000000000000000000000000000000000000000000000000000000000000000000"
-              "00000000000000000000000000000000000000000000000000000000000000000000000"
-              "00000000000000000000000000000000000000000000000000000000000000000000000"
-              "00000000000000000000000000000000000000000000.0"};
+    "1e400",
+    "-1e400",
+    "1e309",
+    "123456789012345678901234",
+    "18446744073709551616",
+    "18446744073709551619",
+    "-9223372036854775809",
+    "-18446744073709551616",
+    "1.",
+    ".5",
+    "01",
+    "-01",
+    "1e",
+    "1e+",
+    "+1",
+    "0x10",
+    "NaN",
+    "Infinity",
+    "-Infinity",
+    "1.5x",
+    "--1",
+    "1ee2",
+    "2e308",
+    "1"
+    "00000000000000000000000000000000000000000000000000000000000000000000000"
+    "00000000000000000000000000000000000000000000000000000000000000000000000"
+    "00000000000000000000000000000000000000000000000000000000000000000000000"
+    "00000000000000000000000000000000000000000000000000000000000000000000000"
+    "00000000000000000000000000000000000000000000.0"};
 
 // Strings the parsers refuse, quotes included.
-const char* const kBadStrings[] = {
-    "\"\xff\"",       "\"\xc3\x28\"",  "\"\xed\xa0\x80\"", "\"\\ud800\"",   "\"\\udc00x\"",
-    "\"\\ud800\\u0041\"", "\"\\x41\"", "\"\x01\"",         "\"a\tb\"",      "\"\\u12\"",
-    "\"\\u12G4\"",    "\"\xf4\x90\x80\x80\"", "\"\xc0\xaf\"", "\"unterminated", "'single'"};
+const char* const kBadStrings[] = {"\"\xff\"",     "\"\xc3\x28\"",   "\"\xed\xa0\x80\"",
+                                   "\"\\ud800\"",  "\"\\udc00x\"",   "\"\\ud800\\u0041\"",
+                                   "\"\\x41\"",    "\"\x01\"",       "\"a\tb\"",
+                                   "\"\\u12\"",    "\"\\u12G4\"",    "\"\xf4\x90\x80\x80\"",
+                                   "\"\xc0\xaf\"", "\"unterminated", "'single'"};
 
 // Pieces of text: plain, escaped, non-ASCII (two-, three- and four-byte UTF-8).
-const char* const kTextPieces[] = {
-    "LAMP-01", "a", "", " ", "\\\"", "\\\\", "\\/", "\\b\\f\\n\\r\\t", "\\u0000", "\\u001f",
-    "\\u00e9", "\\u20AC", "\\ud83d\\ude00", "é", "€", "😀", "日本語", "~/", "type", "\x7f",
-    "\\u007f", "\\uFFFF", "\xef\xbf\xbf", "\\uD834\\uDD1E"};
+const char* const kTextPieces[] = {"LAMP-01",
+                                   "a",
+                                   "",
+                                   " ",
+                                   "\\\"",
+                                   "\\\\",
+                                   "\\/",
+                                   "\\b\\f\\n\\r\\t",
+                                   "\\u0000",
+                                   "\\u001f",
+                                   "\\u00e9",
+                                   "\\u20AC",
+                                   "\\ud83d\\ude00",
+                                   "é",
+                                   "€",
+                                   "😀",
+                                   "日本語",
+                                   "~/",
+                                   "type",
+                                   "\x7f",
+                                   "\\u007f",
+                                   "\\uFFFF",
+                                   "\xef\xbf\xbf",
+                                   "\\uD834\\uDD1E"};
 
-const char* const kKeys[] = {"extra", "type", "", "é", "~/x", "a\\u0062", "items", "sku",
-                             "quantity", "x\\ny", "id"};
+const char* const kKeys[] = {"extra", "type", "",         "é",     "~/x", "a\\u0062",
+                             "items", "sku",  "quantity", "x\\ny", "id"};
 
 std::string kindLiteral(std::uint64_t which) {
   switch (which % 7) {
@@ -164,8 +247,8 @@ void DocumentGenerator::value(const Poco::JSON::Object& schema, std::string& out
     out += "\"" + schema.getValue<std::string>("const") + "\"";
   } else if (schema.has("enum")) {
     const auto names = schema.getArray("enum");
-    out += "\"" + names->getElement<std::string>(static_cast<unsigned>(below(names->size()))) +
-           "\"";
+    out +=
+        "\"" + names->getElement<std::string>(static_cast<unsigned>(below(names->size()))) + "\"";
   } else if (schema.has("anyOf")) {
     const auto choices = schema.getArray("anyOf");
     if (chance(0.25)) {
@@ -211,7 +294,8 @@ void DocumentGenerator::object(const Poco::JSON::Object& schema, std::string& ou
     std::vector<std::string> required;
     if (schema.has("required")) {
       const auto list = schema.getArray("required");
-      for (unsigned i = 0; i < list->size(); ++i) required.push_back(list->getElement<std::string>(i));
+      for (unsigned i = 0; i < list->size(); ++i)
+        required.push_back(list->getElement<std::string>(i));
     }
     for (const auto& [name, property] : *properties) {
       const bool isRequired = std::find(required.begin(), required.end(), name) != required.end();
@@ -371,8 +455,9 @@ std::string DocumentGenerator::number() {
       return buffer;
     }
     case 4: {  // a float's worth of digits
-      std::snprintf(buffer, sizeof buffer, "%.9g",
-                    static_cast<double>(std::uniform_real_distribution<float>(-1e30F, 1e30F)(random)));
+      std::snprintf(
+          buffer, sizeof buffer, "%.9g",
+          static_cast<double>(std::uniform_real_distribution<float>(-1e30F, 1e30F)(random)));
       return buffer;
     }
     default:

@@ -63,15 +63,43 @@ TEST(JsonTextTest, NumbersAtTheEdgesAreWrittenAsPocoWritesThem) {
   EXPECT_EQ(ours(123456.0F), "123456");
   EXPECT_EQ(ours(0.1F), "0.1");
   EXPECT_EQ(ours(1e-7F), "1e-7");
-  const double doubles[] = {0.0, -0.0, 0.1, 1e21, 1e-7, 1e15, 1e14, 1e16, 1e-15, 1e-16,
-                            5e-324, 1e308, std::numeric_limits<double>::max(),
-                            std::numeric_limits<double>::min(), 9007199254740993.0,
-                            123456789012345.6, 1234567890123456.7, 0.000001, 100, 1.0 / 3,
-                            -2.5, 2.2250738585072009e-308};
+  const double doubles[] = {0.0,
+                            -0.0,
+                            0.1,
+                            1e21,
+                            1e-7,
+                            1e15,
+                            1e14,
+                            1e16,
+                            1e-15,
+                            1e-16,
+                            5e-324,
+                            1e308,
+                            std::numeric_limits<double>::max(),
+                            std::numeric_limits<double>::min(),
+                            9007199254740993.0,
+                            123456789012345.6,
+                            1234567890123456.7,
+                            0.000001,
+                            100,
+                            1.0 / 3,
+                            -2.5,
+                            2.2250738585072009e-308};
   for (const double value : doubles) EXPECT_EQ(ours(value), poco(value)) << value;
-  const float floats[] = {0.0F, -0.0F, 0.1F, 1e6F, 1e5F, 123456.0F, 1234567.0F, 1e-6F, 1e-7F,
-                          std::numeric_limits<float>::max(), std::numeric_limits<float>::min(),
-                          std::numeric_limits<float>::denorm_min(), 3.14159265F, 16777217.0F};
+  const float floats[] = {0.0F,
+                          -0.0F,
+                          0.1F,
+                          1e6F,
+                          1e5F,
+                          123456.0F,
+                          1234567.0F,
+                          1e-6F,
+                          1e-7F,
+                          std::numeric_limits<float>::max(),
+                          std::numeric_limits<float>::min(),
+                          std::numeric_limits<float>::denorm_min(),
+                          3.14159265F,
+                          16777217.0F};
   for (const float value : floats) EXPECT_EQ(ours(value), poco(value)) << value;
 }
 
@@ -93,10 +121,11 @@ TEST(JsonTextTest, EveryKindOfDoubleAndFloatIsWrittenAsPocoWritesIt) {
       ASSERT_EQ(ours(f), poco(f)) << std::hexfloat << f;
     }
     // Values with few digits, where the positional and exponent forms meet.
-    const double round = std::ldexp(static_cast<double>(bits % 1000000),
-                                    static_cast<int>(bits >> 54) % 80 - 40);
+    const double round =
+        std::ldexp(static_cast<double>(bits % 1000000), static_cast<int>(bits >> 54) % 80 - 40);
     ASSERT_EQ(ours(round), poco(round)) << std::hexfloat << round;
-    const double decimal = static_cast<double>(bits % 100000) * std::pow(10.0, static_cast<int>(bits >> 58) - 32);
+    const double decimal =
+        static_cast<double>(bits % 100000) * std::pow(10.0, static_cast<int>(bits >> 58) - 32);
     ASSERT_EQ(ours(decimal), poco(decimal)) << decimal;
   }
   EXPECT_GT(compared, kRandom / 2);

@@ -14,8 +14,8 @@
 #include "NetFixtures.hpp"
 #include "RawClient.hpp"
 #include "TestPki.hpp"
-#include "support/LogCapture.hpp"
 #include "support/ExpectThrow.hpp"
+#include "support/LogCapture.hpp"
 
 namespace {
 

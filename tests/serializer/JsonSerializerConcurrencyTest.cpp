@@ -14,8 +14,8 @@
 
 #include <connector/json.hpp>
 
-#include "support/LogCapture.hpp"
 #include "serializer/SerializerTestTypes.hpp"
+#include "support/LogCapture.hpp"
 
 namespace connector::json {
 namespace {

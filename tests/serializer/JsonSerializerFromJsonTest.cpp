@@ -9,9 +9,9 @@
 
 #include <connector/json.hpp>
 
-#include "support/LogCapture.hpp"
 #include "serializer/SerializerTestTypes.hpp"
 #include "support/ExpectThrow.hpp"
+#include "support/LogCapture.hpp"
 
 namespace connector::json {
 namespace {

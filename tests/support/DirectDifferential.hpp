@@ -211,7 +211,8 @@ class DirectDifferential {
           json::BytePublisher bytes = operation == Write::Serialize
                                           ? serializer.serialize(message)
                                           : serializer.serializeValue(message);
-          outcome.text = std::string(json::reduceSerializedPublisherToDataBuffer(bytes).get().view());
+          outcome.text =
+              std::string(json::reduceSerializedPublisherToDataBuffer(bytes).get().view());
           break;
         }
       }

@@ -31,10 +31,10 @@
 namespace connector::testing {
 
 class StagedPublisher final : public reactive_streams::PublisherAPI<common::DataBuffer>,
-                                public std::enable_shared_from_this<StagedPublisher> {
+                              public std::enable_shared_from_this<StagedPublisher> {
  public:
   explicit StagedPublisher(std::vector<std::string> chunks, std::exception_ptr error = nullptr,
-                             bool endLater = false)
+                           bool endLater = false)
       : chunks(std::move(chunks)), error(std::move(error)), endLater(endLater) {}
 
   ~StagedPublisher() override {

@@ -59,11 +59,11 @@ class ByteCollector final : public reactive_streams::SubscriberAPI<common::DataB
 
   std::mutex mutex;
   std::vector<common::DataBuffer> received;  // guarded by mutex; fixed once finished
-  bool finished = false;                                      // guarded by mutex
-  std::exception_ptr failure;                                 // guarded by mutex
+  bool finished = false;                     // guarded by mutex
+  std::exception_ptr failure;                // guarded by mutex
   std::shared_ptr<reactive_streams::IStreamSubscriber> reader;  // guarded by mutex
-  std::shared_ptr<Unbounded> readerSubscription;              // guarded by mutex
-  std::vector<Promise<bool>> waiting;                         // guarded by mutex
+  std::shared_ptr<Unbounded> readerSubscription;                // guarded by mutex
+  std::vector<Promise<bool>> waiting;                           // guarded by mutex
 };
 
 }  // namespace connector::json::detail

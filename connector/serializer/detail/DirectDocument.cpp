@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <cstring>
-#include <string>
 #include <new>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -318,9 +318,9 @@ void DirectDocument::acquire(std::size_t size) {
 }
 
 void DirectDocument::parse(const char* data, std::size_t size, std::size_t capacity) {
-  state->parsed = capacity >= size + kPadding &&
-                  state->parser.iterate(data, size, capacity).get(state->document) ==
-                      simdjson::SUCCESS;
+  state->parsed =
+      capacity >= size + kPadding &&
+      state->parser.iterate(data, size, capacity).get(state->document) == simdjson::SUCCESS;
 }
 
 DirectDocument::~DirectDocument() {

@@ -52,7 +52,7 @@ class CONNECTOR_API MemberIndex {
 
  private:
   std::vector<std::pair<std::string, std::size_t>> sorted;  // name, declaration index
-  std::vector<std::string> declared;                         // names in declaration order
+  std::vector<std::string> declared;                        // names in declaration order
 };
 
 }  // namespace connector::json::detail

@@ -159,17 +159,17 @@ void declareCitm(connector::json::MessageType<CitmCatalog>& catalog) {
   const auto seatCategory = Struct<CitmSeatCategory>()
                                 .field("areas", &CitmSeatCategory::areas, area)
                                 .field("seatCategoryId", &CitmSeatCategory::seatCategoryId);
-  const auto performance = Struct<CitmPerformance>()
-                               .field("eventId", &CitmPerformance::eventId)
-                               .field("id", &CitmPerformance::id)
-                               .field("logo", &CitmPerformance::logo)
-                               .field("name", &CitmPerformance::name)
-                               .field("prices", &CitmPerformance::prices, price)
-                               .field("seatCategories", &CitmPerformance::seatCategories,
-                                      seatCategory)
-                               .field("seatMapImage", &CitmPerformance::seatMapImage)
-                               .field("start", &CitmPerformance::start)
-                               .field("venueCode", &CitmPerformance::venueCode);
+  const auto performance =
+      Struct<CitmPerformance>()
+          .field("eventId", &CitmPerformance::eventId)
+          .field("id", &CitmPerformance::id)
+          .field("logo", &CitmPerformance::logo)
+          .field("name", &CitmPerformance::name)
+          .field("prices", &CitmPerformance::prices, price)
+          .field("seatCategories", &CitmPerformance::seatCategories, seatCategory)
+          .field("seatMapImage", &CitmPerformance::seatMapImage)
+          .field("start", &CitmPerformance::start)
+          .field("venueCode", &CitmPerformance::venueCode);
   catalog.field("areaNames", &CitmCatalog::areaNames)
       .field("audienceSubCategoryNames", &CitmCatalog::audienceSubCategoryNames)
       .field("blockNames", &CitmCatalog::blockNames)
