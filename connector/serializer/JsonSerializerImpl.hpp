@@ -8,7 +8,10 @@
 //   std::ostringstream out;
 //   serializer->serialize(std::make_unique<Reserve>(), out);   // {"type":"shop/Reserve",...}
 //
-// A name maps to one serializer and one deserializer converter; a message class maps to
+// A name maps to one serializer and one deserializer converter, and may have a direct
+// codec beside them (DirectCodec.hpp; json::MessageType::registerWith puts one there),
+// through which serialize, serializeValue and the streamed deserialize go straight
+// between messages and JSON text with the converters' results; a message class maps to
 // the names registered for it, the first of which is used to serialize its messages.
 // Converter failures are logged on moduleLogger (channel "connector::json", severity
 // 512, when enabled) and reported with fixed texts (see JsonSerializer.hpp).

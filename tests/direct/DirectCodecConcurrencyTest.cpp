@@ -51,9 +51,13 @@ TEST(DirectCodecConcurrencyTest, ReadersAndWritersAgreeWhileTheNameIsRegisteredA
           if (textOf(*serializer, order) != kOrderText) failures[t] = "wrote other text";
           ++readsOk;
         } catch (const std::exception& e) {
-          // Only while the name is deregistered: "No deserializer for type: shop/Order".
+          // Only while the name is deregistered: reading fails with "... No deserializer
+          // for type: shop/Order", writing with "No serializer for type: <class>".
           const std::string text = e.what();
-          if (text.find("shop/Order") == std::string::npos) failures[t] = text;
+          if (text.find("No deserializer for type: shop/Order") == std::string::npos &&
+              text != "No serializer for type: connector::typestest::Order") {
+            failures[t] = text;
+          }
         }
       }
     });
