@@ -92,31 +92,31 @@ std::function<void(std::ostream&)> makeTextWriter(std::string text) {
 
 // A thread's buffer for the direct text that goes straight to a stream; a buffer
 // grown past this by a large message is given back afterwards.
-constexpr std::size_t kKeptScratch = std::size_t{1} << 16;
+constexpr std::size_t kKeptScratch = std::size_t{1} << 20;
 
 class ScratchText {
  public:
-  ScratchText() : text(busy ? own : shared) {
-    wasBusy = busy;
+  ScratchText() : wasBusy(busy) {
     busy = true;
-    text.clear();
+    text().clear();
   }
   ~ScratchText() {
     if (!wasBusy) {
       busy = false;
-      if (text.capacity() > kKeptScratch) std::string().swap(text);
+      if (shared.capacity() > kKeptScratch) std::string().swap(shared);
     }
   }
   ScratchText(const ScratchText&) = delete;
   ScratchText& operator=(const ScratchText&) = delete;
 
-  std::string& text;
+  // The thread's buffer; a buffer of its own for a write inside a write on one thread.
+  std::string& text() { return wasBusy ? own : shared; }
 
  private:
   static thread_local std::string shared;
   static thread_local bool busy;
+  const bool wasBusy;
   std::string own;
-  bool wasBusy = false;
 };
 
 thread_local std::string ScratchText::shared;
@@ -341,8 +341,8 @@ void JsonSerializerImpl::serialize(const MessagePtr& message, std::ostream& out)
   const std::string name = getNameForMessage(message);
   {
     ScratchText scratch;
-    if (writeDirect(name, message, true, scratch.text)) {
-      out.write(scratch.text.data(), static_cast<std::streamsize>(scratch.text.size()));
+    if (writeDirect(name, message, true, scratch.text())) {
+      out.write(scratch.text().data(), static_cast<std::streamsize>(scratch.text().size()));
       return;
     }
   }
@@ -375,8 +375,8 @@ void JsonSerializerImpl::serializeValue(const MessagePtr& message, std::ostream&
   if (directCodecsApply()) {
     const std::string name = getNameForMessage(message);
     ScratchText scratch;
-    if (writeDirect(name, message, false, scratch.text)) {
-      out.write(scratch.text.data(), static_cast<std::streamsize>(scratch.text.size()));
+    if (writeDirect(name, message, false, scratch.text())) {
+      out.write(scratch.text().data(), static_cast<std::streamsize>(scratch.text().size()));
       return;
     }
   }
