@@ -289,13 +289,32 @@ std::shared_ptr<const DirectCodec> JsonSerializerImpl::directCodecFor(const std:
   return found == directCodecs.end() ? nullptr : found->second;
 }
 
-bool JsonSerializerImpl::writeDirect(const std::string& name, const MessagePtr& message,
-                                     bool withType, std::string& out) {
-  if (!directCodecsApply()) {
+bool JsonSerializerImpl::writeDirect(const MessagePtr& message, bool withType, std::string& out) {
+  if (!message || !directCodecsApply()) {
     return false;
   }
-  const std::shared_ptr<const DirectCodec> codec = directCodecFor(name);
-  return codec && codec->write(*message, withType ? &name : nullptr, out);
+  // The name getNameForMessage would give (the first registered for the message's
+  // class) and its codec, in one look-up; whatever getNameForMessage would find
+  // otherwise or refuse, the converter path then finds or refuses itself.
+  std::string name;
+  std::shared_ptr<const DirectCodec> codec;
+  {
+    std::lock_guard<std::mutex> guard(mutex);
+    const auto names = namesByType.find(std::type_index(typeid(*message)));
+    if (names == namesByType.end() || names->second.empty()) {
+      return false;
+    }
+    // A name with a direct codec always has its converters too.
+    const auto found = directCodecs.find(names->second.front());
+    if (found == directCodecs.end()) {
+      return false;
+    }
+    codec = found->second;
+    if (withType) {
+      name = found->first;
+    }
+  }
+  return codec->write(*message, withType ? &name : nullptr, out);
 }
 
 Poco::SharedPtr<Poco::JSON::Object> JsonSerializerImpl::serializeToJsonObject(
@@ -325,10 +344,10 @@ Poco::SharedPtr<Poco::JSON::Object> JsonSerializerImpl::serializeToJsonObject(
 }
 
 BytePublisher JsonSerializerImpl::serialize(const MessagePtr& message) {
-  const std::string name = getNameForMessage(message);
-  if (std::string text; writeDirect(name, message, true, text)) {
+  if (std::string text; writeDirect(message, true, text)) {
     return connector::reactive_streams::makePublisherFromStream(makeTextWriter(std::move(text)));
   }
+  const std::string name = getNameForMessage(message);
   ObjectPtr object = serializeToJsonObject(name, message);
   if (object.isNull()) {
     throw Poco::NullPointerException();
@@ -338,14 +357,14 @@ BytePublisher JsonSerializerImpl::serialize(const MessagePtr& message) {
 }
 
 void JsonSerializerImpl::serialize(const MessagePtr& message, std::ostream& out) {
-  const std::string name = getNameForMessage(message);
   {
     ScratchText scratch;
-    if (writeDirect(name, message, true, scratch.text())) {
+    if (writeDirect(message, true, scratch.text())) {
       out.write(scratch.text().data(), static_cast<std::streamsize>(scratch.text().size()));
       return;
     }
   }
+  const std::string name = getNameForMessage(message);
   // serializeToJsonObject(message) looks the name up once more; kept so that an
   // override of that slot sees every serialization.
   ObjectPtr object = serializeToJsonObject(message);
@@ -360,22 +379,17 @@ void JsonSerializerImpl::serialize(const MessagePtr& message, std::ostream& out)
 }
 
 BytePublisher JsonSerializerImpl::serializeValue(const MessagePtr& message) {
-  if (directCodecsApply()) {
-    // Fails as serializeToJsonObject(message) would, before any converter runs.
-    const std::string name = getNameForMessage(message);
-    if (std::string text; writeDirect(name, message, false, text)) {
-      return connector::reactive_streams::makePublisherFromStream(makeTextWriter(std::move(text)));
-    }
+  if (std::string text; writeDirect(message, false, text)) {
+    return connector::reactive_streams::makePublisherFromStream(makeTextWriter(std::move(text)));
   }
   ObjectPtr object = serializeToJsonObject(message);
   return connector::reactive_streams::makePublisherFromStream(makeWriter(std::move(object)));
 }
 
 void JsonSerializerImpl::serializeValue(const MessagePtr& message, std::ostream& out) {
-  if (directCodecsApply()) {
-    const std::string name = getNameForMessage(message);
+  {
     ScratchText scratch;
-    if (writeDirect(name, message, false, scratch.text())) {
+    if (writeDirect(message, false, scratch.text())) {
       out.write(scratch.text().data(), static_cast<std::streamsize>(scratch.text().size()));
       return;
     }

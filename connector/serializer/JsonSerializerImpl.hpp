@@ -102,10 +102,11 @@ class CONNECTOR_API JsonSerializerImpl : public JsonSerializer,
   // Whether direct codecs are used: only when this is a JsonSerializerImpl itself.
   bool directCodecsApply() const noexcept;
   std::shared_ptr<const DirectCodec> directCodecFor(const std::string& name);
-  // The JSON text of message through the direct codec of name into out (with the member
-  // "type" when withType); false when name has none or it declined.
-  bool writeDirect(const std::string& name, const std::unique_ptr<connector::Message>& message,
-                   bool withType, std::string& out);
+  // The JSON text of message through the direct codec of its name into out (with the
+  // member "type" when withType); false when its name has none (or no name), or the
+  // codec declined: the converter path then runs as ever.
+  bool writeDirect(const std::unique_ptr<connector::Message>& message, bool withType,
+                   std::string& out);
 
   std::mutex mutex;
   std::unordered_map<std::string, SerializerFn> serializers;      // guarded by mutex
