@@ -108,6 +108,10 @@ class CONNECTOR_API NatsLink : public Context {
   // The server's limit on one message (payload and headers), in bytes.
   std::int64_t maxPayload() const;
 
+  // The server the link is connected to now, as displayUrl shows it (one entry of the
+  // list, or a server its cluster announced); empty while reconnecting and once closed.
+  std::string connectedUrl() const;
+
   const NatsLinkOptions& options() const noexcept { return linkOptions; }
 
  private:

@@ -62,6 +62,8 @@ void NatsListener::stop() {
 
 std::string NatsListener::subject() const { return core->subject(); }
 
+std::string NatsListener::connectedUrl() const { return core->connectedUrl(); }
+
 std::uint64_t NatsListener::requestsServed() const noexcept { return core->served(); }
 
 std::shared_ptr<transport::MetricsRegistry> NatsListener::metrics() const {

@@ -100,6 +100,11 @@ class CONNECTOR_API NatsListener {
   // "<prefix>.>", the subject served.
   std::string subject() const;
 
+  // The server the listener is connected to now, as displayUrl shows it (one entry of
+  // the list, or a server its cluster announced); empty while reconnecting and once
+  // stopped.
+  std::string connectedUrl() const;
+
   // Requests answered so far, whatever their status.
   std::uint64_t requestsServed() const noexcept;
 

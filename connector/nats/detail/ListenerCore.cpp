@@ -101,6 +101,8 @@ ListenerCore::~ListenerCore() { drain(); }
 
 std::string ListenerCore::subject() const { return state->options.subjectPrefix + ".>"; }
 
+std::string ListenerCore::connectedUrl() const { return state->connection->connectedUrl(); }
+
 std::uint64_t ListenerCore::served() const noexcept {
   return state->answered.load(std::memory_order_relaxed);
 }

@@ -71,6 +71,7 @@ class ListenerCore {
   void drain() noexcept;
 
   std::string subject() const;
+  std::string connectedUrl() const;
   std::uint64_t served() const noexcept;
   std::shared_ptr<transport::MetricsRegistry> registry() const;
 
