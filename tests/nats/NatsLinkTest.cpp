@@ -236,14 +236,15 @@ TEST(NatsLinkLimitTest, ARequestOverTheServersLimitIsRefusedBeforeAnythingIsSent
   });
   NatsLink link(natstest::linkOptions(server.url()));
   ASSERT_EQ(link.maxPayload(), 4096);
-  // The header block "NATS/1.0\r\nContent-Type: application/json\r\n\r\n" takes 44 bytes.
-  const std::string fits(4096 - 44, 'x');
-  EXPECT_EQ(natstest::textOf(link.deliver(opaque(fits), Address("test/sized")).get()), "4052");
+  // The header block "NATS/1.0\r\nContent-Type: application/json\r\nConnector-Timeout-Ms:
+  // 10000\r\n\r\n" takes 73 bytes.
+  const std::string fits(4096 - 73, 'x');
+  EXPECT_EQ(natstest::textOf(link.deliver(opaque(fits), Address("test/sized")).get()), "4023");
   EXPECT_THROW_TEXT(link.deliver(opaque(fits + "x"), Address("test/sized")).get(), StatusError,
                     "NATS request to connector.test.sized failed: request of 4097 bytes exceeds "
                     "the server's limit of 4096 bytes");
   EXPECT_EQ(statusOf(link.deliver(opaque(std::string(100000, 'x')), Address("test/sized"))),
-            std::make_pair(413, std::string("Request of 100044 bytes exceeds the NATS server's "
+            std::make_pair(413, std::string("Request of 100073 bytes exceeds the NATS server's "
                                             "limit of 4096 bytes")));
   EXPECT_EQ(received.load(), 1);
   EXPECT_EQ(link.requestsInFlight(), 0u);
