@@ -46,7 +46,10 @@ ConnectionEvents& quietEvents() {
 std::optional<std::chrono::milliseconds> waitOf(const char* value) {
   if (value == nullptr) return std::nullopt;
   const std::string_view text(value);
-  if (text.empty() || text.size() > 9) return std::nullopt;
+  if (text.empty() || text.size() > 9 ||
+      text.find_first_not_of("0123456789") != std::string_view::npos) {
+    return std::nullopt;
+  }
   std::int64_t millis = 0;
   const auto parsed = std::from_chars(text.data(), text.data() + text.size(), millis);
   if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size()) return std::nullopt;
