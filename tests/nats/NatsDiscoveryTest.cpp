@@ -146,14 +146,14 @@ TEST_F(NatsDiscoveryTest, StatsCountRequestsErrorsTheLastErrorAndTheTimeSpent) {
 
 TEST_F(NatsDiscoveryTest, AServiceNameOrVersionTheProtocolCannotCarryIsRefused) {
   auto router = std::make_shared<connector::Router>();
-  for (const std::string& name : {"", "shop.v1", "shop service", "shop/x", "caf\xc3\xa9"}) {
+  for (const std::string name : {"", "shop.v1", "shop service", "shop/x", "caf\xc3\xa9"}) {
     auto options = natstest::listenerOptions(url());
     options.serviceName = name;
     EXPECT_THROW_TEXT(
         NatsListener(router, options), std::invalid_argument,
         "NatsListener service name '" + name + "' is not valid: use letters, digits, '_' and '-'");
   }
-  for (const std::string& version :
+  for (const std::string version :
        {"1", "1.2", "1.2.3.4", "01.2.3", "1.2.3-", "1.2.3-01", "1.2.3+", "1.2.3-a..b", "v1.2.3"}) {
     auto options = natstest::listenerOptions(url());
     options.serviceVersion = version;
@@ -161,7 +161,7 @@ TEST_F(NatsDiscoveryTest, AServiceNameOrVersionTheProtocolCannotCarryIsRefused) 
         NatsListener(router, options), std::invalid_argument,
         "NatsListener service version '" + version + "' is not a semantic version such as 1.2.3");
   }
-  for (const std::string& version : {"0.0.0", "10.20.30", "1.2.3-0", "1.2.3-alpha.1+001"}) {
+  for (const std::string version : {"0.0.0", "10.20.30", "1.2.3-0", "1.2.3-alpha.1+001"}) {
     auto options = natstest::listenerOptions(url());
     options.serviceVersion = version;
     EXPECT_NO_THROW(NatsListener(router, options)) << version;
