@@ -179,7 +179,7 @@ void ListenerCore::subscribe() {
     status = natsConnection_FlushTimeout(connection, s.options.connectTimeout.count());
   }
   if (status != NATS_OK) {
-    drain();  // unsubscribes what was made, closes
+    dropSubscriptions(state);  // the connection stays: start() may be tried again
     throw std::runtime_error("NatsListener cannot subscribe to " + failed + ": " +
                              natsStatus_GetText(status));
   }
@@ -236,11 +236,23 @@ void ListenerCore::drain() noexcept {
     }
   }
   workers.clear();
+  dropSubscriptions(state);
+}
+
+void ListenerCore::dropSubscriptions(const std::shared_ptr<State>& state) noexcept {
+  State& s = *state;
+  for (natsSubscription* subscription : {s.requests, s.discovery}) {
+    if (subscription != nullptr) natsSubscription_Unsubscribe(subscription);  // fails if done
+  }
   bool callbacksOver = false;
   {
-    std::lock_guard<std::mutex> lock(s.mutex);
-    callbacksOver =
-        (s.requests == nullptr || s.requestsDone) && (s.discovery == nullptr || s.discoveryDone);
+    std::unique_lock<std::mutex> lock(s.mutex);
+    callbacksOver = s.changed.wait_for(lock, kCallbackWait, [&s] {
+      return (s.requests == nullptr || s.requestsDone) &&
+             (s.discovery == nullptr || s.discoveryDone);
+    });
+    s.requestsDone = false;
+    s.discoveryDone = false;
   }
   natsSubscription_Destroy(s.requests);
   natsSubscription_Destroy(s.discovery);

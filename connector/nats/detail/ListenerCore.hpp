@@ -99,6 +99,9 @@ class ListenerCore {
                           natsMsg* message, void* state);
   static void onRequestsDone(void* state);
   static void onDiscoveryDone(void* state);
+  // Unsubscribes both subscriptions, waits (5 s at most) for their last callbacks and
+  // destroys them; when a callback is still owed, the state is kept alive for it.
+  static void dropSubscriptions(const std::shared_ptr<State>& state) noexcept;
   // A worker: takes requests and serves them until the queue ends.
   static void work(const std::shared_ptr<State>& state);
   // Delivers one request (or skips it, expired), counts and publishes its answer.
