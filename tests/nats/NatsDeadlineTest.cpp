@@ -40,13 +40,13 @@ std::string expiredMetric(const NatsListener& listener) {
 }
 
 TEST_F(NatsDeadlineTest, ARequestWhoseTimeRanOutWhileQueuedIsSkippedAndCounted) {
-  auto echo = std::make_shared<natstest::SlowEcho>(std::chrono::milliseconds(300));
+  auto echo = std::make_shared<natstest::SlowEcho>(std::chrono::milliseconds(150));
   auto options = natstest::listenerOptions(url());
   options.threads = 1;
   NatsListener listener(natstest::slowEchoRouter(echo), options);
   listener.start();
   NatsLink link(natstest::linkOptions(url()));
-  // The one worker is busy for 300 ms with this one.
+  // The one worker is busy for 150 ms with this one.
   MessageFuture busy = link.deliver(natstest::opaque("first"), Address("test/slow"));
   while (echo->started < 1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 
@@ -68,6 +68,52 @@ TEST_F(NatsDeadlineTest, ARequestWhoseTimeRanOutWhileQueuedIsSkippedAndCounted) 
   EXPECT_EQ(expiredMetric(listener), "connector_nats_expired_total 1");
   EXPECT_EQ(echo->started, 6);  // "late" never reached the service
   EXPECT_EQ(listener.requestsServed(), 6u);
+}
+
+// A service that passes each request on over a NatsLink to "test/wait" and answers with
+// what comes back: the next hop.
+class Relay : public connector::ServiceProvider {
+ public:
+  explicit Relay(std::shared_ptr<NatsLink> link) : link(std::move(link)) {}
+  void start() override {}
+  void stop() override {}
+  connector::Future<std::unique_ptr<connector::Message>> deliver(
+      std::unique_ptr<connector::Message>&& message, connector::Address&&,
+      std::shared_ptr<connector::Context>&&) override {
+    return connector::makeReadyFuture(
+        link->deliver(std::move(message), Address("test/wait")).get());
+  }
+
+ private:
+  std::shared_ptr<NatsLink> link;
+};
+
+TEST_F(NatsDeadlineTest, AServiceCallingOnPassesWhatIsLeftOfItsRequestersTime) {
+  RawNatsClient far(url());
+  // The next hop under a prefix of its own, apart from the listener's subjects.
+  far.respond("far.test.wait", [](const natstest::RawRequest& request) {
+    natstest::RawReply reply;
+    reply.body = request.headers.count("Connector-Timeout-Ms") != 0
+                     ? request.headers.at("Connector-Timeout-Ms")
+                     : "none";
+    return reply;
+  });
+  auto nextHop = natstest::linkOptions(url(), std::chrono::seconds(30));
+  nextHop.subjectPrefix = "far";
+  auto router = std::make_shared<connector::Router>();
+  router->bind(Address("test/relay"), std::make_shared<Relay>(std::make_shared<NatsLink>(nextHop)));
+  router->start();
+  NatsListener listener(router, natstest::listenerOptions(url()));
+  listener.start();
+  RawNatsClient client(url());
+  const std::string relayed =
+      client.request("connector.test.relay", "{}", {{"Connector-Timeout-Ms", "1500"}}).body;
+  ASSERT_EQ(relayed.find_first_not_of("0123456789"), std::string::npos) << relayed;
+  const int left = std::stoi(relayed);
+  EXPECT_LE(left, 1500);
+  EXPECT_GT(left, 500);
+  // Without the header, the next hop hears the relay's own link time-out.
+  EXPECT_EQ(client.request("connector.test.relay", "{}", {}).body, "30000");
 }
 
 TEST_F(NatsDeadlineTest, AnOverloadedServiceSkipsWhatNobodyWaitsForAndKeepsUp) {
