@@ -49,7 +49,8 @@ TEST(NatsConnectWaitTest, ALinkAndAListenerStartedBeforeTheServerServeOnceItIsUp
   server->start();
   const auto farShop = far.get();
   const auto clientShop = client.get();
-  auto* reservation = dynamic_cast<shop::Reservation*>(clientShop->reserve("LAMP-01", 3).get());
+  const std::unique_ptr<connector::Message> answer = clientShop->reserve("LAMP-01", 3);
+  auto* reservation = dynamic_cast<shop::Reservation*>(answer.get());
   ASSERT_NE(reservation, nullptr);
   EXPECT_TRUE(reservation->accepted);
   EXPECT_EQ(farShop->nodes->inventory->available("LAMP-01"), 1000000 - 3);

@@ -41,7 +41,8 @@ TEST_F(NatsServerListTest, AListConnectsToTheServerThatAnswersInEitherOrderWithO
     natstest::ClientShop client(list);
     EXPECT_EQ(far.listener->connectedUrl(), url()) << list;
     EXPECT_EQ(client.link->connectedUrl(), url()) << list;
-    auto* reservation = dynamic_cast<shop::Reservation*>(client.reserve("LAMP-01", 1).get());
+    const std::unique_ptr<connector::Message> answer = client.reserve("LAMP-01", 1);
+    auto* reservation = dynamic_cast<shop::Reservation*>(answer.get());
     ASSERT_NE(reservation, nullptr) << list;
     EXPECT_TRUE(reservation->accepted);
   }
