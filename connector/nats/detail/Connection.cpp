@@ -125,8 +125,9 @@ Connection::Connection(const NatsConnectionOptions& options, const std::string& 
   const std::string shown = displayUrl(options.url);
   for (const std::string& server : servers) {
     if (server.empty()) {
-      throw std::invalid_argument(who + " cannot use the URL '" + shown +
-                                  "': it has an empty entry");
+      std::string text = who;
+      text.append(" cannot use the URL '").append(shown).append("': it has an empty entry");
+      throw std::invalid_argument(text);
     }
   }
   relay->events = &events;

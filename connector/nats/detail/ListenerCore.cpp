@@ -259,7 +259,14 @@ void ListenerCore::dropSubscriptions(const std::shared_ptr<State>& state) noexce
   s.requests = nullptr;
   s.discovery = nullptr;
   // A callback that nats.c still owes reaches the state: it must outlive this core.
-  if (!callbacksOver) static_cast<void>(new std::shared_ptr<State>(state));
+  if (!callbacksOver) {
+    try {
+      static_cast<void>(new std::shared_ptr<State>(state));
+    } catch (const std::bad_alloc&) {
+      // Out of memory: the state cannot be kept, and a callback nats.c still owes would
+      // find it gone.
+    }
+  }
 }
 
 void ListenerCore::onRequest(natsConnection* /*connection*/, natsSubscription* /*subscription*/,

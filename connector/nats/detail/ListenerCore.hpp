@@ -94,18 +94,18 @@ class ListenerCore {
   // nats.c's handlers: a request of the queue subscription, a discovery request, and
   // the end of a subscription (its last callback returned).
   static void onRequest(natsConnection* connection, natsSubscription* subscription,
-                        natsMsg* message, void* state);
+                        natsMsg* message, void* closure);
   static void onDiscovery(natsConnection* connection, natsSubscription* subscription,
-                          natsMsg* message, void* state);
-  static void onRequestsDone(void* state);
-  static void onDiscoveryDone(void* state);
+                          natsMsg* message, void* closure);
+  static void onRequestsDone(void* closure);
+  static void onDiscoveryDone(void* closure);
   // Unsubscribes both subscriptions, waits (5 s at most) for their last callbacks and
   // destroys them; when a callback is still owed, the state is kept alive for it.
   static void dropSubscriptions(const std::shared_ptr<State>& state) noexcept;
   // A worker: takes requests and serves them until the queue ends.
   static void work(const std::shared_ptr<State>& state);
   // Delivers one request (or skips it, expired), counts and publishes its answer.
-  static void serve(State& state, Received& request);
+  static void serve(State& state, Received& received);
   // The endpoints to show: one per bound address, with its figures.
   static std::vector<EndpointView> endpoints(const State& state);
   // Replaces an answer too large for the server by a 500 that says so.
