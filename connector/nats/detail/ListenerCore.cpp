@@ -28,6 +28,9 @@ constexpr std::chrono::milliseconds kFlushWait{2000};
 constexpr std::chrono::milliseconds kWorkerGrace{500};
 // How long drain() waits for a subscription's last callback.
 constexpr std::chrono::seconds kCallbackWait{5};
+// How long one idle worker keeps looking for the next request before it sleeps: on this
+// kind of machine waking a sleeping thread costs more than a small delivery.
+constexpr std::chrono::microseconds kLookForWork{100};
 
 std::int64_t millisUntil(Clock::time_point deadline) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
@@ -96,6 +99,7 @@ struct ListenerCore::State {
   std::deque<Received> queue;       // guarded by mutex
   std::size_t queuedBytes = 0;      // guarded by mutex
   bool ending = false;              // guarded by mutex: workers end once the queue is empty
+  bool looking = false;             // guarded by mutex: an idle worker looks before sleeping
   int busy = 0;                     // guarded by mutex: requests taken and not yet answered
   int running = 0;                  // guarded by mutex: worker threads not ended
   bool requestsDone = false;        // guarded by mutex: the last request callback returned
@@ -282,6 +286,7 @@ void ListenerCore::onRequest(natsConnection* /*connection*/, natsSubscription* /
     }
     s.queue.push_back(std::move(request));
     s.queuedBytes += bytes;
+    if (s.looking) return;  // a worker looking for work takes it
   }
   s.ready.notify_one();
 }
@@ -351,29 +356,40 @@ std::vector<EndpointView> ListenerCore::endpoints(const State& s) {
 
 void ListenerCore::work(const std::shared_ptr<State>& state) {
   State& s = *state;
+  std::unique_lock<std::mutex> lock(s.mutex);
   for (;;) {
-    Received request;
-    {
-      std::unique_lock<std::mutex> lock(s.mutex);
-      s.ready.wait(lock, [&s] { return !s.queue.empty() || s.ending; });
-      if (s.queue.empty()) break;
-      request = std::move(s.queue.front());
+    if (!s.queue.empty()) {
+      Received request = std::move(s.queue.front());
       s.queue.pop_front();
       s.queuedBytes -= static_cast<std::size_t>(natsMsg_GetDataLength(request.message.get()));
       ++s.busy;
-    }
-    serve(s, request);
-    request.message.reset();
-    {
-      std::lock_guard<std::mutex> lock(s.mutex);
+      // More queued and nobody looking: wake a sleeper (this delivery may take long).
+      const bool wakeAnother = !s.queue.empty() && !s.looking;
+      lock.unlock();
+      if (wakeAnother) s.ready.notify_one();
+      serve(s, request);
+      request.message.reset();
+      lock.lock();
       --s.busy;
+      s.changed.notify_all();
+      continue;
     }
-    s.changed.notify_all();
+    if (s.ending) break;
+    if (!s.looking) {
+      // Look for a moment before sleeping, the lock released between looks.
+      s.looking = true;
+      const auto until = Clock::now() + kLookForWork;
+      while (s.queue.empty() && !s.ending && Clock::now() < until) {
+        lock.unlock();
+        std::this_thread::yield();
+        lock.lock();
+      }
+      s.looking = false;
+      if (!s.queue.empty() || s.ending) continue;
+    }
+    s.ready.wait(lock, [&s] { return !s.queue.empty() || s.ending; });
   }
-  {
-    std::lock_guard<std::mutex> lock(s.mutex);
-    --s.running;
-  }
+  --s.running;
   s.changed.notify_all();
 }
 
