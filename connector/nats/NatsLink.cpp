@@ -29,6 +29,8 @@ std::size_t NatsLink::requestsInFlight() const { return core->inFlight(); }
 
 std::int64_t NatsLink::maxPayload() const { return core->maxPayload(); }
 
+std::string NatsLink::connectedUrl() const { return core->connectedUrl(); }
+
 Future<std::unique_ptr<Message>> NatsLink::deliver(std::unique_ptr<Message>&& message,
                                                    Address&& address) {
   using MessagePtr = std::unique_ptr<Message>;

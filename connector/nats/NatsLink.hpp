@@ -1,8 +1,10 @@
 // connector::nats::NatsLink: a context that carries OpaqueMessages to services in other
 // processes over NATS, the counterpart of a NatsListener. deliver() sends the message's
 // payload as a request to the address's subject ("shop/ReserveItem" ->
-// "connector.shop.ReserveItem") with a Content-Type header, and answers with an
-// OpaqueMessage holding the reply's payload and content type. Whichever listener of the
+// "connector.shop.ReserveItem") with a Content-Type header and a Connector-Timeout-Ms
+// header (how long the requester still waits: requestTimeout, or what is left of the
+// transport::DeliveryDeadline the delivery runs under, when that is less), and answers
+// with an OpaqueMessage holding the reply's payload and content type. Whichever listener of the
 // queue group the server picks serves it; the link knows none of them.
 //
 //   connector::nats::NatsLinkOptions options;
@@ -40,10 +42,17 @@
 //         headers over the server's max_payload, refused before anything is sent; answer
 //         "Request of <n> bytes exceeds the NATS server's limit of <max> bytes"
 //     <status> "status <status>: <text>": the listener's error answer (its
-//         Connector-Status header and {"error":"<text>"} body), e.g. "NATS request to
-//         connector.shop.CancelOrder failed: status 500: order not found: ORD-404";
-//         answer "<text>", so an edge answers as local serving would
-//     500 "answer with the unreadable Connector-Status '<value>'"
+//         Connector-Status header and {"error":"<text>"} body), or any service's error
+//         answer in the NATS services protocol's way (Nats-Service-Error-Code and
+//         Nats-Service-Error headers; the body's {"error":...} when the latter is
+//         missing), e.g. "NATS request to connector.shop.CancelOrder failed: status 500:
+//         order not found: ORD-404"; answer "<text>", so an edge answers as local
+//         serving would; "the far side answered <status> without an error text" when
+//         there is none
+//     500 "answer with the unreadable Connector-Status '<value>'" (or
+//         Nats-Service-Error-Code): not a number from 400 to 599
+//     504 "its requester's deadline passed before it was sent": the DeliveryDeadline of
+//         the delivery was already past; nothing is sent
 //     503 "<nats.c's text>": a publish nats.c refused (e.g. its reconnect buffer is full)
 //
 // Thread-safety: deliver() may be called from any number of threads at once. Destroying
@@ -107,6 +116,10 @@ class CONNECTOR_API NatsLink : public Context {
 
   // The server's limit on one message (payload and headers), in bytes.
   std::int64_t maxPayload() const;
+
+  // The server the link is connected to now, as displayUrl shows it (one entry of the
+  // list, or a server its cluster announced); empty while reconnecting and once closed.
+  std::string connectedUrl() const;
 
   const NatsLinkOptions& options() const noexcept { return linkOptions; }
 

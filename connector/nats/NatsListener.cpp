@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "connector/nats/detail/ListenerCore.hpp"
+#include "connector/nats/detail/ServiceDiscovery.hpp"
 
 namespace connector::nats {
 
@@ -37,6 +38,15 @@ NatsListener::NatsListener(std::shared_ptr<Router> router, NatsListenerOptions o
   if (listenerOptions.drainTimeout.count() <= 0) {
     throw std::invalid_argument("NatsListener drain time-out must be positive");
   }
+  if (!detail::validServiceName(listenerOptions.serviceName)) {
+    throw std::invalid_argument("NatsListener service name '" + listenerOptions.serviceName +
+                                "' is not valid: use letters, digits, '_' and '-'");
+  }
+  if (!listenerOptions.serviceVersion.empty() &&
+      !detail::validServiceVersion(listenerOptions.serviceVersion)) {
+    throw std::invalid_argument("NatsListener service version '" + listenerOptions.serviceVersion +
+                                "' is not a semantic version such as 1.2.3");
+  }
   checkSubjectPrefix(listenerOptions.subjectPrefix);
   core = std::make_unique<detail::ListenerCore>(std::move(router), listenerOptions);
 }
@@ -62,7 +72,13 @@ void NatsListener::stop() {
 
 std::string NatsListener::subject() const { return core->subject(); }
 
+std::string NatsListener::connectedUrl() const { return core->connectedUrl(); }
+
 std::uint64_t NatsListener::requestsServed() const noexcept { return core->served(); }
+
+std::uint64_t NatsListener::requestsExpired() const noexcept { return core->expired(); }
+
+std::string NatsListener::serviceId() const { return core->identity().id; }
 
 std::shared_ptr<transport::MetricsRegistry> NatsListener::metrics() const {
   return core->registry();

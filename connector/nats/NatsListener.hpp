@@ -14,9 +14,11 @@
 //   ...
 //   listener.stop();   // leaves the group; answers what it took, then closes
 //
-// Failures are answered with the headers "Connector-Status: <status>" and
-// "Content-Type: application/json" and the body {"error":"<text>"}, with the HTTP
-// gateway's statuses and texts (connector/transport/FailureAnswer.hpp):
+// Failures are answered with the headers "Connector-Status: <status>",
+// "Nats-Service-Error-Code: <status>", "Nats-Service-Error: <text>" (the NATS services
+// protocol's error headers, which other NATS clients read) and "Content-Type:
+// application/json" and the body {"error":"<text>"}, with the HTTP gateway's statuses
+// and texts (connector/transport/FailureAnswer.hpp):
 //   400  the service refused the request (std::invalid_argument), e.g. bytes that are not
 //        JSON; a subject that maps to no address ("Subject 'connector.a/b' maps to no
 //        address: token 'a/b' holds '/'")
@@ -30,11 +32,31 @@
 // is delivered and its answer dropped. Each answer is counted in the metrics as
 // connector_nats_requests_total{status="<status>"} (200 for a service's answer).
 //
-// Threads: `threads` workers take the requests from the subscription (nats.c's
-// synchronous kind: a request goes from nats.c's reader thread straight to a waiting
-// worker), deliver them, wait for the service and publish the answers. With every worker
-// busy, further requests wait in nats.c's queue of the subscription (bounded by
-// maxPendingMessages / maxPendingBytes).
+// Deadlines: a request with the header "Connector-Timeout-Ms: <n>" (a NatsLink sends how
+// long its requester still waits) is skipped when a worker takes it <n> ms or more after
+// it arrived here: not delivered, not answered (its requester has given up), counted as
+// connector_nats_expired_total. Otherwise it is delivered under that deadline
+// (transport::DeliveryDeadline), so a NatsLink the service calls on tells the next hop
+// what is left. The time counts from the arrival in this process, so the clocks of the
+// two machines never matter.
+//
+// Discovery: the listener is a service of the NATS services protocol, so NATS tooling
+// finds and watches it (nats.js: nc.services.client().ping(), info(), stats()). It
+// answers "$SRV.PING", "$SRV.INFO" and "$SRV.STATS" (each also ".<serviceName>" and
+// ".<serviceName>.<serviceId()>") outside the queue group, so every listener answers,
+// with the documents io.nats.micro.v1.ping_response, info_response and stats_response:
+// name, id, version, metadata, and one endpoint per address bound on the router (its
+// name, subject and queue group; its address in the endpoint's metadata). The stats
+// count per endpoint the requests delivered, the errors (any answer but 200) with the
+// last one's text, and the time spent delivering (processing_time and
+// average_processing_time, in nanoseconds); skipped requests and requests to unbound
+// addresses are not an endpoint's.
+//
+// Threads: nats.c's delivery thread of the subscription notes each request's arrival
+// and queues it; `threads` workers take the requests, deliver them, wait for the
+// service and publish the answers. With every worker busy, further requests wait in the
+// queue (bounded by maxPendingMessages / maxPendingBytes; past them requests are
+// dropped). Discovery requests are answered on another nats.c delivery thread.
 //
 // Lifecycle: the constructor connects; start() subscribes; stop() drains. A stopped
 // listener cannot be started again: make a new one.
@@ -68,7 +90,9 @@ class CONNECTOR_API NatsListener {
   // a queue group without whitespace" for an empty group or one with whitespace,
   // "NatsListener pending limits must be at least 1" (maxPendingMessages,
   // maxPendingBytes; the byte limit at most 2147483647), "NatsListener drain time-out
-  // must be positive", as checkSubjectPrefix for a bad prefix, and as the connection
+  // must be positive", "NatsListener service name '<name>' is not valid: use letters,
+  // digits, '_' and '-'", "NatsListener service version '<version>' is not a semantic
+  // version such as 1.2.3", as checkSubjectPrefix for a bad prefix, and as the connection
   // options require ("NatsListener needs a server URL", ...); and std::runtime_error
   // "NatsListener cannot connect to <url>: <cause>" and "NatsListener cannot load the CA
   // file '<file>': <cause>", with the causes NatsLink's constructor lists (credentials
@@ -100,8 +124,21 @@ class CONNECTOR_API NatsListener {
   // "<prefix>.>", the subject served.
   std::string subject() const;
 
+  // The server the listener is connected to now, as displayUrl shows it (one entry of
+  // the list, or a server its cluster announced); empty while reconnecting and once
+  // stopped.
+  std::string connectedUrl() const;
+
   // Requests answered so far, whatever their status.
   std::uint64_t requestsServed() const noexcept;
+
+  // Requests skipped so far because their requester had stopped waiting
+  // (connector_nats_expired_total).
+  std::uint64_t requestsExpired() const noexcept;
+
+  // This listener's instance id in the NATS services protocol: 22 letters and digits,
+  // new for every listener.
+  std::string serviceId() const;
 
   // The registry the answers are counted in (options.metrics, or the listener's own).
   std::shared_ptr<transport::MetricsRegistry> metrics() const;

@@ -1,11 +1,13 @@
 // connector::nats::NatsListenerOptions: where a NatsListener connects
 // (NatsConnectionOptions), which subjects it serves in which queue group, how many
-// deliveries it runs at once, and how long stop() may take.
+// deliveries it runs at once, how long stop() may take, and what it tells NATS tooling
+// about itself (the NATS services protocol).
 //
 //   connector::nats::NatsListenerOptions options;
 //   options.url = "nats://127.0.0.1:4222";
 //   options.threads = 8;
 //   options.metrics = gateway.metrics();     // one /metrics for HTTP and NATS
+//   options.serviceName = "shop";            // found by nats.js: services.client().ping("shop")
 //   connector::nats::NatsListener listener(router, options);
 //
 // Thread-safety: a plain value, copied into the listener at construction.
@@ -34,9 +36,9 @@ struct NatsListenerOptions : NatsConnectionOptions {
   // all of them are busy, further requests wait in nats.c's queue of the subscription
   // (see the two limits below). At least 1.
   int threads = 16;
-  // Requests received and waiting for a thread, at most; past either limit the server's
-  // further messages are dropped (nats.c reports a slow consumer) and their requesters
-  // time out. At least 1 each.
+  // Requests received and waiting for a thread, at most (messages; payload bytes); past
+  // either limit further requests are dropped unanswered and their requesters time out.
+  // At least 1 each; the byte limit at most 2147483647.
   int maxPendingMessages = 65536;
   std::size_t maxPendingBytes = std::size_t{64} << 20;
   // How long stop() may take to answer the requests already received; what is left then
@@ -45,6 +47,16 @@ struct NatsListenerOptions : NatsConnectionOptions {
   // Where the listener counts its answers (connector_nats_requests_total{status}). Null:
   // the listener makes its own. Share the HTTP gateway's to show both on its /metrics.
   std::shared_ptr<transport::MetricsRegistry> metrics;
+  // The listener as a service of the NATS services protocol (it answers "$SRV.PING",
+  // "$SRV.INFO" and "$SRV.STATS", for all services, by this name, and by this name and
+  // its id; every listener answers, outside the queue group). The name is shared by all
+  // listeners that serve alike: one or more of A-Z, a-z, 0-9, '_' and '-'.
+  std::string serviceName = "connector";
+  // A semantic version ("1.4.0", "2.0.0-rc.1+build.5"); empty (the default): the
+  // package's version, e.g. "0.1.0".
+  std::string serviceVersion;
+  // Free text shown by INFO; empty by default.
+  std::string serviceDescription;
 };
 
 }  // namespace connector::nats

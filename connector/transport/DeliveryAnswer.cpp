@@ -10,8 +10,12 @@
 
 namespace connector::transport {
 
-DeliveryAnswer deliverForAnswer(Router* router, Context* target, const std::string& contentType,
-                                common::DataBuffer body, const std::string& address) noexcept {
+DeliveryAnswer deliverForAnswer(
+    Router* router, Context* target, const std::string& contentType, common::DataBuffer body,
+    const std::string& address,
+    std::optional<DeliveryDeadline::Clock::time_point> deadline) noexcept {
+  std::optional<DeliveryDeadline> scope;
+  if (deadline) scope.emplace(*deadline);
   try {
     auto request = std::make_unique<json::OpaqueMessage>(contentType, std::move(body));
     std::unique_ptr<Message> answer =

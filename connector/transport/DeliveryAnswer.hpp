@@ -15,12 +15,14 @@
 // (Future::get), so call it from a worker, never from an I/O or delivery thread.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "connector/Export.hpp"
 #include "connector/host/Context.hpp"
 #include "connector/host/DataBuffer.hpp"
 #include "connector/host/Router.hpp"
+#include "connector/transport/DeliveryDeadline.hpp"
 
 namespace connector::transport {
 
@@ -31,11 +33,13 @@ struct DeliveryAnswer {
 };
 
 // Delivers (contentType, body) to `router` at `address`, or to `target` when `router` is
-// null, and waits for the answer. Never throws: even running out of memory is answered
-// 500 {"error":"Out of memory"}.
-CONNECTOR_API DeliveryAnswer deliverForAnswer(Router* router, Context* target,
-                                              const std::string& contentType,
-                                              common::DataBuffer body,
-                                              const std::string& address) noexcept;
+// null, and waits for the answer. `deadline`, when given, is when the requester stops
+// waiting: the delivery runs in a DeliveryDeadline scope of it, so that a link it goes
+// through tells the next hop. Never throws: even running out of memory is answered 500
+// {"error":"Out of memory"}.
+CONNECTOR_API DeliveryAnswer deliverForAnswer(
+    Router* router, Context* target, const std::string& contentType, common::DataBuffer body,
+    const std::string& address,
+    std::optional<DeliveryDeadline::Clock::time_point> deadline = std::nullopt) noexcept;
 
 }  // namespace connector::transport

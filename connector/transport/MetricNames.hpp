@@ -30,6 +30,11 @@ inline constexpr const char* kGatewayRejectedHelp = "Connections and requests re
 // Counter, label "status": requests the NATS listener answered.
 inline constexpr const char* kNatsRequests = "connector_nats_requests_total";
 inline constexpr const char* kNatsRequestsHelp = "NATS requests answered, by status";
+// Counter: requests the NATS listener skipped because their requester's time
+// (Connector-Timeout-Ms) had run out before a worker took them; they got no answer.
+inline constexpr const char* kNatsExpired = "connector_nats_expired_total";
+inline constexpr const char* kNatsExpiredHelp =
+    "NATS requests skipped unanswered: their requester had stopped waiting";
 
 inline constexpr const char* kStatusLabel = "status";
 inline constexpr const char* kReasonLabel = "reason";

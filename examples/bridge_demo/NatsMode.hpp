@@ -6,6 +6,7 @@
 //   natsmode::url = "nats://127.0.0.1:4222";            // from --nats
 //   natsmode::timeout = std::chrono::seconds(2);          // from --nats-timeout
 //   natsmode::caFile = "ca.pem";                          // from --nats-ca-file
+//   natsmode::connectWait = std::chrono::seconds(30);     // from --nats-connect-wait
 //   auto link = natsmode::linkFor(std::move(inProcessLink));
 //
 // Over NATS a far failure arrives as "NATS request to connector.<subject> failed: status
@@ -31,9 +32,10 @@
 
 namespace natsmode {
 
-inline std::string url;                           // empty: not over NATS
-inline std::chrono::milliseconds timeout{30000};  // the link's requestTimeout
-inline std::string caFile;                        // the link's caFile
+inline std::string url;                               // empty: not over NATS
+inline std::chrono::milliseconds timeout{30000};      // the link's requestTimeout
+inline std::string caFile;                            // the link's caFile
+inline std::chrono::milliseconds connectWait{30000};  // the link's initialConnectWait
 
 inline bool enabled() { return !url.empty(); }
 
@@ -43,6 +45,10 @@ inline std::shared_ptr<connector::Context> linkFor(std::shared_ptr<connector::Co
   options.url = url;
   options.requestTimeout = timeout;
   options.caFile = caFile;
+  options.initialConnectWait = connectWait;
+  options.onConnectWait = [](const std::string& shown) {
+    std::cout << "waiting for the NATS server at " << shown << std::endl;
+  };
   try {
     return std::make_shared<connector::nats::NatsLink>(options);
   } catch (const std::exception& error) {  // no server there: nothing to demonstrate

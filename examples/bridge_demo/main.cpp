@@ -36,7 +36,7 @@ using Clock = std::chrono::steady_clock;
 const char* const kUsage =
     "usage: bridge_demo [--requests N] [--threads N] [--quiet] [--http URL] [--ca-file F]\n"
     "                   [--token-file F] [--nats URL] [--nats-timeout S]\n"
-    "                   [--nats-ca-file F] [--help]\n"
+    "                   [--nats-ca-file F] [--nats-connect-wait S] [--help]\n"
     "\n"
     "Joins two nodes with an in-process link and sends typed requests to an inventory\n"
     "service on the far node through the JSON bridge.\n"
@@ -49,11 +49,14 @@ const char* const kUsage =
     "                the system's store)\n"
     "  --token-file F  send the bearer token in file F (its first line) with --http\n"
     "  --nats URL    cross over the NATS server at URL to the service processes\n"
-    "                (connector-gateway --nats URL) instead\n"
+    "                (connector-gateway --nats URL) instead; URL may list several servers\n"
+    "                separated by ',' (the seeds of a cluster)\n"
     "  --nats-timeout S  how long a request over NATS waits for its answer (default 30)\n"
     "  --nats-ca-file F  trust the authorities in PEM file F for the NATS server's\n"
     "                certificate (TLS required); a token or user:password and tls:// go\n"
     "                in the URL: --nats tls://TOKEN@HOST:4222\n"
+    "  --nats-connect-wait S  how long to wait for a NATS server at start; 0 fails at\n"
+    "                once when none answers (default 30)\n"
     "  --help        print this text\n"
     "\n"
     "Exit status: 0 when every answer matched its request, 1 otherwise, 2 on bad usage.\n";
@@ -91,6 +94,16 @@ int parseOptions(int argc, char** argv, Options& options) {
     }
     if (arg == "--nats-ca-file" && i + 1 < argc) {
       natsmode::caFile = argv[++i];
+      continue;
+    }
+    if (arg == "--nats-connect-wait" && i + 1 < argc) {
+      char* end = nullptr;
+      const double seconds = std::strtod(argv[++i], &end);
+      if (*end != '\0' || !(seconds >= 0 && seconds <= 86400)) {
+        std::cerr << "bridge_demo: --nats-connect-wait needs seconds from 0 to 86400\n\n" << kUsage;
+        return 2;
+      }
+      natsmode::connectWait = std::chrono::milliseconds(static_cast<long>(seconds * 1000));
       continue;
     }
     if (arg == "--nats-timeout" && i + 1 < argc) {

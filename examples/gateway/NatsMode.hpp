@@ -8,6 +8,10 @@
 //   --nats-ca-file F  trust the authorities in PEM file F for the NATS server's TLS
 //                  certificate (TLS then required); a token or user:password and a
 //                  tls:// scheme go in the URL: tls://TOKEN@host:4222
+//   --nats-connect-wait S  how long to wait for a NATS server at start (default 30; 0:
+//                  fail at once); prints "waiting for the NATS server at <url>" once
+//
+// URL may list several servers separated by ',' (the seeds of a cluster).
 //
 //   if (natsmode::accept(arg, value)) continue;         // while parsing the flags
 //   auto listener = natsmode::serve(router, gateway);   // null without --nats
@@ -15,6 +19,7 @@
 // Thread-safety: the flags are set once, before any thread starts.
 #pragma once
 
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -26,12 +31,40 @@
 
 namespace natsmode {
 
-inline std::string serveUrl;    // --nats
-inline std::string forwardUrl;  // --forward
-inline std::string caFile;      // --nats-ca-file
+inline std::string serveUrl;                          // --nats
+inline std::string forwardUrl;                        // --forward
+inline std::string caFile;                            // --nats-ca-file
+inline std::chrono::milliseconds connectWait{30000};  // --nats-connect-wait
+inline bool connectWaitGiven = false;
 
-// True when `arg` is one of the NATS flags (its `value` taken).
-inline bool accept(const std::string& arg, const std::string& value) {
+// Seconds with at most three decimals ("30", "0.5"), from 0 to a day.
+inline bool parseWait(const std::string& text, std::chrono::milliseconds& value) {
+  const std::size_t dot = text.find('.');
+  const std::string whole = text.substr(0, dot);
+  std::string fraction = dot == std::string::npos ? "" : text.substr(dot + 1);
+  if (whole.empty() || whole.size() > 5 || fraction.size() > 3 ||
+      (dot != std::string::npos && fraction.empty()) ||
+      (whole + fraction).find_first_not_of("0123456789") != std::string::npos) {
+    return false;
+  }
+  fraction.resize(3, '0');
+  value = std::chrono::milliseconds(std::stol(whole) * 1000 + std::stol(fraction));
+  return value <= std::chrono::hours(24);
+}
+
+// Tells, once, that the start waits for the server.
+inline void sayWaiting(const std::string& url) {
+  std::cout << "waiting for the NATS server at " << url << std::endl;
+}
+
+// True when `arg` is one of the NATS flags (its `value` taken); `good` false for a value
+// that does not parse.
+inline bool accept(const std::string& arg, const std::string& value, bool& good) {
+  if (arg == "--nats-connect-wait") {
+    connectWaitGiven = true;
+    good = parseWait(value, connectWait);
+    return true;
+  }
   if (arg == "--nats") {
     serveUrl = value;
     return true;
@@ -55,6 +88,9 @@ inline std::string conflict() {
   if (!caFile.empty() && serveUrl.empty() && forwardUrl.empty()) {
     return "--nats-ca-file goes with --nats or --forward";
   }
+  if (connectWaitGiven && serveUrl.empty() && forwardUrl.empty()) {
+    return "--nats-connect-wait goes with --nats or --forward";
+  }
   return {};
 }
 
@@ -67,6 +103,8 @@ inline std::unique_ptr<connector::net::HttpGateway> edge(
   link.url = forwardUrl;
   link.caFile = caFile;
   link.requestTimeout = options.deliveryTimeout;
+  link.initialConnectWait = connectWait;
+  link.onConnectWait = sayWaiting;
   auto gateway = connector::net::HttpGateway::forwarding(
       std::make_shared<connector::nats::NatsLink>(link), options);
   std::cout << "forwarding every POST over NATS at " << connector::nats::displayUrl(forwardUrl)
@@ -83,6 +121,8 @@ inline std::unique_ptr<connector::nats::NatsListener> serve(
   connector::nats::NatsListenerOptions listen;
   listen.url = serveUrl;
   listen.caFile = caFile;
+  listen.initialConnectWait = connectWait;
+  listen.onConnectWait = sayWaiting;
   listen.threads = options.threads;
   listen.drainTimeout = options.drainTimeout;
   listen.metrics = gateway.metrics();

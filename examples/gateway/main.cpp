@@ -65,13 +65,16 @@ const char* const kUsage =
     "  --nats URL                   also serve the services over NATS at URL, e.g.\n"
     "                               nats://127.0.0.1:4222 (subjects connector.<address with\n"
     "                               '.' for '/'>, queue group connector); /metrics then counts\n"
-    "                               connector_nats_requests_total too\n"
+    "                               connector_nats_requests_total too; URL may list several\n"
+    "                               servers separated by ',' (the seeds of a cluster)\n"
     "  --forward URL                serve no services: forward every POST /<address> over\n"
     "                               NATS at URL to whichever service process listens (an\n"
     "                               HTTP edge; --delivery-timeout bounds each request)\n"
     "  --nats-ca-file FILE          trust the authorities in PEM FILE for the NATS server's\n"
     "                               certificate (TLS required); a token or user:password\n"
     "                               and tls:// go in the URL: tls://TOKEN@HOST:4222\n"
+    "  --nats-connect-wait S        how long to wait for a NATS server at start; 0 fails at\n"
+    "                               once when none answers (default 30)\n"
     "  --help                       print this text\n"
     "\n"
     "Prints its limits, then \"listening on http://HOST:PORT\" (https:// with --tls-cert)\n"
@@ -149,8 +152,8 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
     } else if (arg == "--drain-timeout") {
       good = parseSeconds(value, options.drainTimeout);
     } else if (security::parseFlag(arg, value, options)) {  // see SecurityFlags.hpp
-    } else if (natsmode::accept(arg, value)) {              // see NatsMode.hpp
-      good = !value.empty();
+    } else if (natsmode::accept(arg, value, good)) {        // see NatsMode.hpp
+      good = good && !value.empty();
     } else {
       std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
       return 2;

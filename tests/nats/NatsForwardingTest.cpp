@@ -10,6 +10,7 @@
 #include <connector/net/HttpGateway.hpp>
 
 #include "NatsFixtures.hpp"
+#include "RawNatsClient.hpp"
 #include "SlowEcho.hpp"
 #include "net/NetFixtures.hpp"
 
@@ -72,6 +73,30 @@ TEST_F(NatsForwardingTest, ALateAnswerIs504AsTheGatewaysOwnTimeOut) {
   const RawAnswer answer = rawExchange(forwarding->port(), "POST", "/test/slow", "{}");
   EXPECT_EQ(answer.status, 504);
   EXPECT_EQ(answer.body, R"({"error":"No answer from 'test/slow' within 150 ms"})");
+}
+
+TEST_F(NatsForwardingTest, TheEdgeSendsWhatIsLeftOfItsDeliveryTimeOut) {
+  natstest::RawNatsClient far(url());
+  far.respond("connector.test.wait", [](const natstest::RawRequest& request) {
+    natstest::RawReply reply;
+    reply.body = request.headers.count("Connector-Timeout-Ms") != 0
+                     ? request.headers.at("Connector-Timeout-Ms")
+                     : "none";
+    return reply;
+  });
+  // The link would wait 30 s; the edge answers 504 after 2 s: what the far side hears.
+  connector::net::HttpGatewayOptions options;
+  options.deliveryTimeout = std::chrono::seconds(2);
+  auto forwarding =
+      HttpGateway::forwarding(std::make_shared<connector::nats::NatsLink>(
+                                  natstest::linkOptions(url(), std::chrono::seconds(30))),
+                              options);
+  forwarding->start();
+  const RawAnswer answer = rawExchange(forwarding->port(), "POST", "/test/wait", "{}");
+  EXPECT_EQ(answer.status, 200);
+  const int left = std::stoi(answer.body);
+  EXPECT_LE(left, 2000);
+  EXPECT_GT(left, 1000);
 }
 
 TEST_F(NatsForwardingTest, AnAddressWithoutASubjectIs400) {

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <connector/transport/DeliveryDeadline.hpp>
 #include <connector/transport/StatusError.hpp>
 
 #include "NatsFixtures.hpp"
@@ -181,6 +182,77 @@ TEST_F(NatsLinkTest, TheFarSidesErrorAnswerCarriesItsStatusAndText) {
   EXPECT_EQ(statusOf(link.deliver(opaque("abc"), Address("test/failing"))).first, 500);
 }
 
+TEST_F(NatsLinkTest, AnErrorAnswerOfTheServicesProtocolCarriesItsStatusAndText) {
+  // As any service of the NATS services protocol answers errors: the code and text in
+  // the headers Nats-Service-Error-Code and Nats-Service-Error.
+  RawNatsClient far(url());
+  far.respond("connector.test.micro", [](const RawRequest& request) {
+    RawReply reply;
+    reply.headers["Nats-Service-Error-Code"] = request.body.substr(0, request.body.find('|'));
+    const std::string text = request.body.substr(request.body.find('|') + 1);
+    if (text == "body") {
+      reply.body = R"({"error":"text from the body"})";
+    } else if (!text.empty()) {
+      reply.headers["Nats-Service-Error"] = text;
+    }
+    return reply;
+  });
+  NatsLink link(natstest::linkOptions(url()));
+  EXPECT_THROW_TEXT(
+      link.deliver(opaque("422|quantity must be positive"), Address("test/micro")).get(),
+      StatusError,
+      "NATS request to connector.test.micro failed: status 422: quantity must be "
+      "positive");
+  EXPECT_EQ(statusOf(link.deliver(opaque("503|busy"), Address("test/micro"))),
+            std::make_pair(503, std::string("busy")));
+  EXPECT_EQ(statusOf(link.deliver(opaque("500|body"), Address("test/micro"))),
+            std::make_pair(500, std::string("text from the body")));
+  EXPECT_THROW_TEXT(link.deliver(opaque("404|"), Address("test/micro")).get(), StatusError,
+                    "NATS request to connector.test.micro failed: status 404: the far side "
+                    "answered 404 without an error text");
+  EXPECT_THROW_TEXT(link.deliver(opaque("oops|x"), Address("test/micro")).get(), StatusError,
+                    "NATS request to connector.test.micro failed: answer with the unreadable "
+                    "Nats-Service-Error-Code 'oops'");
+}
+
+TEST_F(NatsLinkTest, ARequestTellsHowLongItsRequesterStillWaits) {
+  RawNatsClient far(url());
+  far.respond("connector.test.wait", [](const RawRequest& request) {
+    RawReply reply;
+    reply.body = request.headers.count("Connector-Timeout-Ms") != 0
+                     ? request.headers.at("Connector-Timeout-Ms")
+                     : "none";
+    return reply;
+  });
+  NatsLink link(natstest::linkOptions(url(), std::chrono::milliseconds(2500)));
+  EXPECT_EQ(natstest::textOf(link.deliver(opaque("{}"), Address("test/wait")).get()), "2500");
+  {
+    // Under an earlier deadline (an edge's own, a far requester's), what is left of it.
+    connector::transport::DeliveryDeadline scope(Clock::now() + std::chrono::milliseconds(800));
+    const int left =
+        std::stoi(natstest::textOf(link.deliver(opaque("{}"), Address("test/wait")).get()));
+    EXPECT_LE(left, 800);
+    EXPECT_GT(left, 0);
+    // A later one does not extend it; a later deadline alone does not raise the link's.
+    connector::transport::DeliveryDeadline inner(Clock::now() + std::chrono::seconds(60));
+    EXPECT_LE(std::stoi(natstest::textOf(link.deliver(opaque("{}"), Address("test/wait")).get())),
+              800);
+  }
+  {
+    connector::transport::DeliveryDeadline scope(Clock::now() + std::chrono::seconds(60));
+    EXPECT_EQ(natstest::textOf(link.deliver(opaque("{}"), Address("test/wait")).get()), "2500");
+  }
+  {
+    connector::transport::DeliveryDeadline past(Clock::now() - std::chrono::milliseconds(1));
+    EXPECT_THROW_TEXT(link.deliver(opaque("{}"), Address("test/wait")).get(), StatusError,
+                      "NATS request to connector.test.wait failed: its requester's deadline "
+                      "passed before it was sent");
+    EXPECT_EQ(statusOf(link.deliver(opaque("{}"), Address("test/wait"))).first, 504);
+  }
+  EXPECT_FALSE(connector::transport::DeliveryDeadline::current().has_value());
+  EXPECT_EQ(link.requestsInFlight(), 0u);
+}
+
 TEST_F(NatsLinkTest, ALateAnswerIsDroppedAndTheLinkGoesOn) {
   RawNatsClient far(url());
   far.respond("connector.test.slow", [&](const RawRequest& request) {
@@ -236,14 +308,15 @@ TEST(NatsLinkLimitTest, ARequestOverTheServersLimitIsRefusedBeforeAnythingIsSent
   });
   NatsLink link(natstest::linkOptions(server.url()));
   ASSERT_EQ(link.maxPayload(), 4096);
-  // The header block "NATS/1.0\r\nContent-Type: application/json\r\n\r\n" takes 44 bytes.
-  const std::string fits(4096 - 44, 'x');
-  EXPECT_EQ(natstest::textOf(link.deliver(opaque(fits), Address("test/sized")).get()), "4052");
+  // The header block "NATS/1.0\r\nContent-Type: application/json\r\nConnector-Timeout-Ms:
+  // 10000\r\n\r\n" takes 73 bytes.
+  const std::string fits(4096 - 73, 'x');
+  EXPECT_EQ(natstest::textOf(link.deliver(opaque(fits), Address("test/sized")).get()), "4023");
   EXPECT_THROW_TEXT(link.deliver(opaque(fits + "x"), Address("test/sized")).get(), StatusError,
                     "NATS request to connector.test.sized failed: request of 4097 bytes exceeds "
                     "the server's limit of 4096 bytes");
   EXPECT_EQ(statusOf(link.deliver(opaque(std::string(100000, 'x')), Address("test/sized"))),
-            std::make_pair(413, std::string("Request of 100044 bytes exceeds the NATS server's "
+            std::make_pair(413, std::string("Request of 100073 bytes exceeds the NATS server's "
                                             "limit of 4096 bytes")));
   EXPECT_EQ(received.load(), 1);
   EXPECT_EQ(link.requestsInFlight(), 0u);

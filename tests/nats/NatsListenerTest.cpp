@@ -2,6 +2,7 @@
 // their content type, failures with the gateway's statuses and texts, and serving goes on
 // after each of them.
 #include <chrono>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -81,6 +82,25 @@ TEST_F(NatsListenerTest, AnUnboundAddressIs404AndAServiceFailureIs500WithItsText
       client.request("connector.shop.CancelOrder", R"({"type":"shop/CancelOrder","orderId":"X"})");
   EXPECT_EQ(status(failed), "500");
   EXPECT_EQ(failed.body, R"({"error":"order not found: X"})");
+}
+
+TEST_F(NatsListenerTest, FailuresCarryTheErrorHeadersOfTheNatsServicesProtocolToo) {
+  FarShop far(url());
+  RawNatsClient client(url());
+  const RawReply unbound = client.request("connector.shop.Nothing", "{}");
+  EXPECT_EQ(unbound.headers,
+            (std::map<std::string, std::string>{
+                {"Connector-Status", "404"},
+                {"Content-Type", "application/json"},
+                {"Nats-Service-Error", "No service bound at address 'shop/Nothing'"},
+                {"Nats-Service-Error-Code", "404"}}));
+  const RawReply failed =
+      client.request("connector.shop.CancelOrder", R"({"type":"shop/CancelOrder","orderId":"X"})");
+  EXPECT_EQ(failed.headers.at("Nats-Service-Error-Code"), "500");
+  EXPECT_EQ(failed.headers.at("Nats-Service-Error"), "order not found: X");
+  const RawReply served = client.request("connector.shop.ReserveItem", kReserve);
+  EXPECT_EQ(served.headers,
+            (std::map<std::string, std::string>{{"Content-Type", "application/json"}}));
 }
 
 TEST_F(NatsListenerTest, AStoppedRouterIsAnswered503) {

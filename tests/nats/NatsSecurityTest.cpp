@@ -232,6 +232,47 @@ TEST_F(NatsSecurityTest, ACaFileThatDoesNotLoadIsRefusedNamingTheFile) {
       "NatsLink cannot load the CA file '" + garbage + "': no certificate or crl found");
 }
 
+// "127.0.0.1:<port>" where no server listens (a server's port, the server stopped).
+std::string deadHost() {
+  static const std::string host = [] {
+    NatsServerProcess gone;
+    gone.start();
+    gone.stop();
+    return "127.0.0.1:" + std::to_string(gone.port());
+  }();
+  return host;
+}
+
+TEST_F(NatsSecurityTest, EachEntryOfAServerListSendsItsOwnCredentials) {
+  // The first entry finds no server; the second one's credentials are the ones sent.
+  NatsLink viaUsers(linkOptions("nats://" + std::string(kToken) + "@" + deadHost() + ", " +
+                                urlOf(users(), "alice:" + std::string(kPassword))));
+  EXPECT_EQ(viaUsers.connectedUrl(), hostOf(users()));
+  NatsLink viaTokens(linkOptions("nats://alice:" + std::string(kPassword) + "@" + deadHost() + "," +
+                                 urlOf(tokens(), kToken)));
+  EXPECT_EQ(viaTokens.connectedUrl(), hostOf(tokens()));
+  expectReservationCrosses(urlOf(users(), "alice:" + std::string(kPassword)) + " , nats://" +
+                           std::string(kToken) + "@" + deadHost());
+}
+
+TEST_F(NatsSecurityTest, ATlsEntryInAServerListConnectsOverTls) {
+  const std::string list = "tls://" + deadHost() + ", " + hostOf(tls(), "tls");
+  NatsLink link(linkOptions(list, nettest::testPki().file("ca.pem")));
+  EXPECT_EQ(link.connectedUrl(), hostOf(tls(), "tls"));
+  expectReservationCrosses(list, nettest::testPki().file("ca.pem"));
+}
+
+TEST_F(NatsSecurityTest, ARefusalInAServerListNamesTheListWithoutAnySecret) {
+  const std::string list = "nats://" + std::string(kWrongToken) + "@" + deadHost() + ",nats://" +
+                           std::string(kWrongToken) +
+                           "@127.0.0.1:" + std::to_string(tokens().port());
+  const Refusal refusal = refusalOf([&] { NatsLink link(linkOptions(list)); });
+  EXPECT_EQ(refusal.text, "NatsLink cannot connect to nats://" + deadHost() + "," +
+                              hostOf(tokens()) +
+                              ": the server refused the credentials (Authorization Violation)");
+  EXPECT_EQ(refusal.text.find(kWrongToken), std::string::npos);
+}
+
 TEST(DisplayUrlTest, LeavesOutTokensUsersAndPasswordsOfEveryUrl) {
   using connector::nats::displayUrl;
   EXPECT_EQ(displayUrl("nats://127.0.0.1:4222"), "nats://127.0.0.1:4222");

@@ -10,7 +10,8 @@
 // start that does not see "Server is ready" in it within 10 s throws with the log's
 // text. The child gets SIGKILL should the test process die first, so no server
 // outlives a crashed test. `config` (optional) is the text of a configuration file,
-// e.g. "max_payload: 4096".
+// e.g. "max_payload: 4096"; with a cluster block, routePort() tells the port the server
+// took for routes (NatsCluster.hpp joins three such servers).
 //
 // Thread-safety: one thread drives start/stop; url() and port() from any.
 #pragma once
@@ -105,6 +106,15 @@ class NatsServerProcess {
 
   bool running() const noexcept { return child > 0; }
   std::uint16_t port() const noexcept { return boundPort; }
+  // The text of the last start's log.
+  std::string log() const {
+    std::ifstream in(folder + "/server" + std::to_string(starts) + ".log");
+    std::ostringstream read;
+    read << in.rdbuf();
+    return read.str();
+  }
+  // The route port of a server started with a cluster block; 0 without one.
+  std::uint16_t routePort() const noexcept { return boundRoutePort; }
   std::string url() const { return "nats://127.0.0.1:" + std::to_string(boundPort); }
 
  private:
@@ -127,6 +137,11 @@ class NatsServerProcess {
       const std::size_t at = text.find(listening);
       if (at != std::string::npos && text.find("Server is ready") != std::string::npos) {
         boundPort = static_cast<std::uint16_t>(std::stoi(text.substr(at + listening.size())));
+        const std::string routes = "Listening for route connections on 127.0.0.1:";
+        if (const std::size_t route = text.find(routes); route != std::string::npos) {
+          boundRoutePort =
+              static_cast<std::uint16_t>(std::stoi(text.substr(route + routes.size())));
+        }
         return;
       }
       int status = 0;
@@ -145,6 +160,7 @@ class NatsServerProcess {
   int starts = 0;
   pid_t child = -1;
   std::uint16_t boundPort = 0;
+  std::uint16_t boundRoutePort = 0;
 };
 
 }  // namespace connector::testing

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "connector/nats/DisplayUrl.hpp"
+#include "connector/nats/detail/ServerList.hpp"
 
 namespace connector::nats::detail {
 
@@ -30,53 +31,10 @@ void check(natsStatus status, const std::string& who) {
   }
 }
 
-// Whether any of the comma-separated URLs asks for TLS.
-bool asksForTls(const std::string& url) {
-  for (std::size_t start = 0;;) {
-    if (url.compare(start, 6, "tls://") == 0) return true;
-    start = url.find(',', start);
-    if (start == std::string::npos) return false;
-    ++start;
-  }
-}
-
-// The passwords and tokens in the user info of the comma-separated URLs.
-std::vector<std::string> secretsOf(const std::string& url) {
-  std::vector<std::string> secrets;
-  for (std::size_t start = 0;;) {
-    const std::size_t end = url.find(',', start);
-    const std::string part =
-        url.substr(start, end == std::string::npos ? std::string::npos : end - start);
-    const std::size_t scheme = part.find("://");
-    const std::size_t hostStart = scheme == std::string::npos ? 0 : scheme + 3;
-    const std::size_t at = part.rfind('@');
-    if (at != std::string::npos && at > hostStart) {
-      const std::string info = part.substr(hostStart, at - hostStart);
-      const std::size_t colon = info.find(':');
-      secrets.push_back(colon == std::string::npos ? info : info.substr(colon + 1));
-    }
-    if (end == std::string::npos) return secrets;
-    start = end + 1;
-  }
-}
-
-// `text` with every occurrence of the URL's secrets replaced by "***".
-std::string withoutSecrets(std::string text, const std::string& url) {
-  for (const std::string& secret : secretsOf(url)) {
-    if (secret.empty()) continue;
-    for (std::size_t at = text.find(secret); at != std::string::npos;
-         at = text.find(secret, at + 3)) {
-      text.replace(at, secret.size(), "***");
-    }
-  }
-  return text;
-}
-
-// nats.c's last error text on this thread without the source location it starts with;
-// the status's text when there is none.
-std::string lastError(natsStatus status) {
-  const char* last = nats_GetLastError(nullptr);
-  std::string detail = last != nullptr ? last : "";
+// An error text of nats.c without the source location it may start with; the status's
+// text when there is none.
+std::string errorText(natsStatus status, const char* text) {
+  std::string detail = text != nullptr ? text : "";
   if (!detail.empty() && detail.front() == '(') {
     const std::size_t close = detail.find("): ");
     if (close != std::string::npos) detail.erase(0, close + 3);
@@ -84,9 +42,18 @@ std::string lastError(natsStatus status) {
   return detail.empty() ? std::string(natsStatus_GetText(status)) : detail;
 }
 
-// Why natsConnection_Connect failed.
-std::string connectCause(natsStatus status) {
-  const std::string detail = lastError(status);
+// nats.c's last error text on this thread.
+std::string lastError(natsStatus status) { return errorText(status, nats_GetLastError(nullptr)); }
+
+// Whether a connect failing with `status` reached a server that refused (credentials,
+// TLS), rather than reaching none.
+bool refused(natsStatus status) {
+  return status == NATS_CONNECTION_AUTH_FAILED || status == NATS_NOT_PERMITTED ||
+         status == NATS_SECURE_CONNECTION_WANTED || status == NATS_SSL_ERROR;
+}
+
+// Why a connect failed with `status`, nats.c's text being `detail`.
+std::string connectCause(natsStatus status, const std::string& detail) {
   switch (status) {
     case NATS_CONNECTION_AUTH_FAILED:
     case NATS_NOT_PERMITTED:
@@ -147,25 +114,40 @@ Connection::Connection(const NatsConnectionOptions& options, const std::string& 
       options.pingInterval.count() <= 0) {
     throw std::invalid_argument(who + " time-outs and intervals must be positive");
   }
+  if (options.initialConnectWait.count() < 0) {
+    throw std::invalid_argument(who + " initial connect wait must not be negative");
+  }
   if (options.reconnectBufferBytes < 1 ||
       options.reconnectBufferBytes > static_cast<std::size_t>(INT_MAX)) {
     throw std::invalid_argument(who + " needs a reconnect buffer of 1 to 2147483647 bytes");
+  }
+  const std::vector<std::string> servers = serverEntries(options.url);
+  const std::string shown = displayUrl(options.url);
+  for (const std::string& server : servers) {
+    if (server.empty()) {
+      std::string text = who;
+      text.append(" cannot use the URL '").append(shown).append("': it has an empty entry");
+      throw std::invalid_argument(text);
+    }
   }
   relay->events = &events;
 
   natsOptions* made = nullptr;
   if (natsOptions_Create(&made) != NATS_OK) throw std::bad_alloc();
   const std::unique_ptr<natsOptions, OptionsDeleter> settings(made);
-  if (const natsStatus status = natsOptions_SetURL(made, options.url.c_str()); status != NATS_OK) {
+  std::vector<const char*> list;
+  list.reserve(servers.size());
+  for (const std::string& server : servers) list.push_back(server.c_str());
+  if (const natsStatus status =
+          natsOptions_SetServers(made, list.data(), static_cast<int>(list.size()));
+      status != NATS_OK) {
     if (status == NATS_NO_MEMORY) throw std::bad_alloc();
-    throw std::invalid_argument(who + " cannot use the URL '" + displayUrl(options.url) +
+    throw std::invalid_argument(who + " cannot use the URL '" + shown +
                                 "': " + natsStatus_GetText(status));
   }
   if (!options.caFile.empty()) loadAuthorities(made, options.caFile, who);
   // nats.c takes "tls://" as a plain URL; TLS only when asked for it explicitly.
-  if (!options.caFile.empty() || asksForTls(options.url)) {
-    check(natsOptions_SetSecure(made, true), who);
-  }
+  if (!options.caFile.empty() || asksForTls(servers)) check(natsOptions_SetSecure(made, true), who);
   const std::string name = options.name.empty() ? "connector " + who : options.name;
   check(natsOptions_SetName(made, name.c_str()), who);
   check(natsOptions_SetTimeout(made, options.connectTimeout.count()), who);
@@ -181,15 +163,61 @@ Connection::Connection(const NatsConnectionOptions& options, const std::string& 
   check(natsOptions_SetDisconnectedCB(made, &Connection::onDisconnected, relay.get()), who);
   check(natsOptions_SetReconnectedCB(made, &Connection::onReconnected, relay.get()), who);
   check(natsOptions_SetClosedCB(made, &Connection::onClosed, relay.get()), who);
-
-  const natsStatus status = natsConnection_Connect(&connection, made);
+  const std::string failed = who + " cannot connect to " + shown + ": ";
+  const auto waitEnds = std::chrono::steady_clock::now() + options.initialConnectWait;
+  natsStatus status = natsConnection_Connect(&connection, made);
+  if (status == NATS_NO_SERVER && options.initialConnectWait.count() > 0) {
+    // No server answered: nats.c retries the first connect on its reconnect thread
+    // (natsConnection_Connect returns NATS_NOT_YET_CONNECTED), onConnected tells when
+    // one answered. A server that refused was not waited for (above).
+    if (connection != nullptr) natsConnection_Destroy(connection);
+    connection = nullptr;
+    if (options.onConnectWait) options.onConnectWait(shown);
+    check(natsOptions_SetRetryOnFailedConnect(made, true, &Connection::onConnected, relay.get()),
+          who);
+    status = natsConnection_Connect(&connection, made);
+    if (status == NATS_NOT_YET_CONNECTED) {
+      if (awaitFirstServer(waitEnds)) return;
+      // A server that came up meanwhile and refused is named as such.
+      const char* text = nullptr;
+      const natsStatus last = natsConnection_GetLastError(connection, &text);
+      const std::string cause = refused(last) ? connectCause(last, errorText(last, text))
+                                              : natsStatus_GetText(NATS_NO_SERVER);
+      abandon();
+      throw std::runtime_error(failed + withoutSecrets(cause, servers));
+    }
+  }
   if (status != NATS_OK) {
+    // Trying a list, nats.c may return the status of another server than the one that
+    // refused; the refusal it recorded on this thread is the clearer cause.
+    natsStatus recorded = NATS_OK;
+    const char* recordedText = nats_GetLastError(&recorded);
+    if (!refused(status) && refused(recorded)) status = recorded;
+    const std::string detail = errorText(status, recordedText);
     if (connection != nullptr) natsConnection_Destroy(connection);
     connection = nullptr;
     if (status == NATS_NO_MEMORY) throw std::bad_alloc();
-    throw std::runtime_error(who + " cannot connect to " + displayUrl(options.url) + ": " +
-                             withoutSecrets(connectCause(status), options.url));
+    throw std::runtime_error(failed + withoutSecrets(connectCause(status, detail), servers));
   }
+}
+
+bool Connection::awaitFirstServer(std::chrono::steady_clock::time_point until) {
+  std::unique_lock<std::mutex> lock(relay->mutex);
+  relay->firstServerSeen.wait_until(lock, until,
+                                    [this] { return relay->connected || relay->closed; });
+  return relay->connected && !relay->closed;
+}
+
+void Connection::abandon() noexcept {
+  close();
+  natsConnection_Destroy(connection);
+  connection = nullptr;
+}
+
+std::string Connection::connectedUrl() const {
+  char buffer[512] = {};
+  if (natsConnection_GetConnectedUrl(connection, buffer, sizeof buffer) != NATS_OK) return {};
+  return displayUrl(buffer);
 }
 
 Connection::~Connection() {
@@ -211,6 +239,13 @@ void Connection::close() noexcept {
   }
 }
 
+void Connection::onConnected(natsConnection* /*connection*/, void* closure) {
+  auto* relay = static_cast<Relay*>(closure);
+  std::lock_guard<std::mutex> lock(relay->mutex);
+  relay->connected = true;
+  relay->firstServerSeen.notify_all();
+}
+
 void Connection::onDisconnected(natsConnection* /*connection*/, void* closure) {
   auto* relay = static_cast<Relay*>(closure);
   std::lock_guard<std::mutex> lock(relay->mutex);
@@ -229,6 +264,7 @@ void Connection::onClosed(natsConnection* /*connection*/, void* closure) {
   if (relay->events != nullptr && !relay->closed) relay->events->closed();
   relay->closed = true;
   relay->closedSeen.notify_all();
+  relay->firstServerSeen.notify_all();
 }
 
 }  // namespace connector::nats::detail

@@ -1,6 +1,8 @@
 #include "connector/nats/detail/LinkCore.hpp"
 
+#include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <stdexcept>
 #include <utility>
 
@@ -8,6 +10,8 @@
 #include "connector/nats/NatsHeaders.hpp"
 #include "connector/nats/detail/Headers.hpp"
 #include "connector/nats/detail/RequestFailures.hpp"
+#include "connector/transport/DeliveryDeadline.hpp"
+#include "connector/transport/ErrorBody.hpp"
 
 namespace connector::nats::detail {
 
@@ -58,10 +62,20 @@ LinkCore::~LinkCore() {
 Future<MessagePtr> LinkCore::request(const std::string& subject, const std::string& address,
                                      const json::OpaqueMessage& message) {
   if (closedForGood.load()) return makeFailedFuture<MessagePtr>(connectionClosed(subject));
+  // How long the requester still waits: this link's time-out, or less when the delivery
+  // runs under an earlier deadline (an edge's own time-out, a far requester's).
+  std::chrono::milliseconds wait = pending.timeout();
+  if (const auto deadline = transport::DeliveryDeadline::current()) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+        *deadline - transport::DeliveryDeadline::Clock::now());
+    if (left.count() <= 0) return makeFailedFuture<MessagePtr>(deadlinePassed(subject));
+    wait = std::min(wait, left);
+  }
+  const std::string waitText = std::to_string(wait.count());
   const std::string contentType =
       message.contentType.empty() ? std::string(kDefaultContentType) : message.contentType;
-  const std::uint64_t bytes =
-      message.payload.size + headerBytes({{kContentTypeHeader, contentType}});
+  const std::uint64_t bytes = message.payload.size + headerBytes({{kContentTypeHeader, contentType},
+                                                                  {kTimeoutHeader, waitText}});
   const std::int64_t limit = connection->maxPayload();
   if (limit > 0 && bytes > static_cast<std::uint64_t>(limit)) {
     return makeFailedFuture<MessagePtr>(tooLarge(subject, bytes, limit));
@@ -75,6 +89,7 @@ Future<MessagePtr> LinkCore::request(const std::string& subject, const std::stri
                                      static_cast<int>(message.payload.size));
   const MsgPtr request(made);
   if (status == NATS_OK) status = natsMsgHeader_Set(made, kContentTypeHeader, contentType.c_str());
+  if (status == NATS_OK) status = natsMsgHeader_Set(made, kTimeoutHeader, waitText.c_str());
   if (status == NATS_OK) status = natsConnection_PublishMsg(connection->get(), made);
   if (status != NATS_OK) {
     if (auto entry = pending.take(token)) {
@@ -116,9 +131,19 @@ void LinkCore::answer(MsgPtr message) {
   }
   const int length = natsMsg_GetDataLength(message.get());
   common::DataBuffer body(natsMsg_GetData(message.get()), static_cast<std::size_t>(length));
-  const std::string status = header(message.get(), kStatusHeader);
-  if (!status.empty()) {
-    entry->promise.setException(farFailure(entry->subject, status, std::string(body.view())));
+  // An error answer: ours (Connector-Status, the text in the body), or any service's
+  // that answers the NATS services protocol's way (the text in Nats-Service-Error, else
+  // in the body).
+  if (const std::string status = header(message.get(), kStatusHeader); !status.empty()) {
+    entry->promise.setException(
+        farFailure(entry->subject, kStatusHeader, status, transport::errorText(body.view())));
+    return;
+  }
+  if (const std::string code = header(message.get(), kServiceErrorCodeHeader); !code.empty()) {
+    std::string text = header(message.get(), kServiceErrorHeader);
+    if (text.empty()) text = transport::errorText(body.view());
+    entry->promise.setException(
+        farFailure(entry->subject, kServiceErrorCodeHeader, code, std::move(text)));
     return;
   }
   std::string contentType = header(message.get(), kContentTypeHeader);

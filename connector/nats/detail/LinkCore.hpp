@@ -40,6 +40,7 @@ class LinkCore : public ConnectionEvents {
 
   std::size_t inFlight() const { return pending.size(); }
   std::int64_t maxPayload() const { return connection->maxPayload(); }
+  std::string connectedUrl() const { return connection->connectedUrl(); }
 
   void disconnected() override;
   void closed() override;

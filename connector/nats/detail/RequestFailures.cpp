@@ -2,8 +2,6 @@
 
 #include <charconv>
 
-#include "connector/nats/NatsHeaders.hpp"
-#include "connector/transport/ErrorBody.hpp"
 #include "connector/transport/FailureAnswer.hpp"
 #include "connector/transport/StatusError.hpp"
 
@@ -36,6 +34,10 @@ std::exception_ptr timedOut(const std::string& subject, const std::string& addre
                  transport::timedOutAnswer(address, limit).text);
 }
 
+std::exception_ptr deadlinePassed(const std::string& subject) {
+  return failure(504, subject, "its requester's deadline passed before it was sent");
+}
+
 std::exception_ptr connectionLost(const std::string& subject) {
   return failure(503, subject, "connection lost");
 }
@@ -55,19 +57,17 @@ std::exception_ptr notSent(const std::string& subject, const std::string& cause)
   return failure(503, subject, cause);
 }
 
-std::exception_ptr farFailure(const std::string& subject, const std::string& statusHeader,
-                              const std::string& body) {
-  int status = 0;
-  const char* end = statusHeader.data() + statusHeader.size();
-  const auto parsed = std::from_chars(statusHeader.data(), end, status);
-  if (parsed.ec != std::errc() || parsed.ptr != end || status < 400 || status > 599) {
-    return failure(
-        500, subject,
-        "answer with the unreadable " + std::string(kStatusHeader) + " '" + statusHeader + "'");
+std::exception_ptr farFailure(const std::string& subject, const char* header,
+                              const std::string& status, std::string text) {
+  int code = 0;
+  const char* end = status.data() + status.size();
+  const auto parsed = std::from_chars(status.data(), end, code);
+  if (parsed.ec != std::errc() || parsed.ptr != end || code < 400 || code > 599) {
+    return failure(500, subject,
+                   "answer with the unreadable " + std::string(header) + " '" + status + "'");
   }
-  std::string text = transport::errorText(body);
-  if (text.empty()) text = "the far side answered " + statusHeader + " without an error text";
-  return failure(status, subject, "status " + statusHeader + ": " + text, text);
+  if (text.empty()) text = "the far side answered " + status + " without an error text";
+  return failure(code, subject, "status " + status + ": " + text, text);
 }
 
 }  // namespace connector::nats::detail

@@ -23,6 +23,10 @@ std::exception_ptr noResponders(const std::string& subject, const std::string& a
 std::exception_ptr timedOut(const std::string& subject, const std::string& address,
                             std::chrono::milliseconds limit);
 
+// 504 "... failed: its requester's deadline passed before it was sent" (the delivery ran
+// under a DeliveryDeadline already past).
+std::exception_ptr deadlinePassed(const std::string& subject);
+
 // 503 "... failed: connection lost" (the request was sent; its answer cannot come).
 std::exception_ptr connectionLost(const std::string& subject);
 
@@ -38,9 +42,11 @@ std::exception_ptr tooLarge(const std::string& subject, std::uint64_t bytes, std
 std::exception_ptr notSent(const std::string& subject, const std::string& cause);
 
 // The far side's error answer: "... failed: status <status>: <text>" with that status and
-// text; a status header that is not a number from 400 to 599 is 500 "... failed: answer
-// with the unreadable Connector-Status '<value>'".
-std::exception_ptr farFailure(const std::string& subject, const std::string& statusHeader,
-                              const std::string& body);
+// text. `header` names where the status came from (Connector-Status,
+// Nats-Service-Error-Code); a value that is not a number from 400 to 599 is 500 "...
+// failed: answer with the unreadable <header> '<value>'". An empty text becomes "the far
+// side answered <status> without an error text".
+std::exception_ptr farFailure(const std::string& subject, const char* header,
+                              const std::string& status, std::string text);
 
 }  // namespace connector::nats::detail

@@ -230,9 +230,10 @@ void GatewayCore::forEachSession(void (SessionBase::*operation)()) {
 }
 
 DeliveryAnswer GatewayCore::deliver(const std::string& contentType, common::DataBuffer body,
-                                    const std::string& address) const {
+                                    const std::string& address,
+                                    std::chrono::steady_clock::time_point deadline) const {
   return transport::deliverForAnswer(router.get(), forward.get(), contentType, std::move(body),
-                                     address);
+                                     address, deadline);
 }
 
 std::string GatewayCore::addressesJson() const {

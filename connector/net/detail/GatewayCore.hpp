@@ -123,10 +123,12 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   void remove(SessionBase* session) noexcept;
 
   // Delivers a POST body to the router (or the forward context) and makes its answer
-  // (200, or an error body).
+  // (200, or an error body). `deadline` is when the session answers 504 instead: a link
+  // the delivery goes through tells the next hop what is left of it.
   // Runs on a worker thread and blocks while the service works. Never throws.
   DeliveryAnswer deliver(const std::string& contentType, common::DataBuffer body,
-                         const std::string& address) const;
+                         const std::string& address,
+                         std::chrono::steady_clock::time_point deadline) const;
   // {"addresses":[...]} of the router's bound addresses (none when forwarding).
   std::string addressesJson() const;
   std::string metricsText() const { return registry->exposition(); }

@@ -482,8 +482,8 @@ void GatewaySession<Stream>::dispatch() {
   heldBytes = 0;  // the worker gives it back once the delivery is over
   core->workers().post([self = this->shared_from_this(), sequence, held,
                         contentType = std::move(contentType), address = slot.address,
-                        body = std::move(request.body())]() mutable {
-    DeliveryAnswer delivered = self->core->deliver(contentType, std::move(body), address);
+                        deadline = slot.deadline, body = std::move(request.body())]() mutable {
+    DeliveryAnswer delivered = self->core->deliver(contentType, std::move(body), address, deadline);
     if (held >= kLargeBody) giveBackFreedMemory();
     if (held > 0) self->core->budget.release(held);
     self->core->postBack(self->stream.get_executor(),
