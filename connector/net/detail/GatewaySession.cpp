@@ -4,7 +4,6 @@
 #include <utility>
 
 #include <openssl/ssl.h>
-#include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl/error.hpp>
 #include <boost/asio/write.hpp>
@@ -13,10 +12,6 @@
 #include "connector/net/detail/RequestRoute.hpp"
 #include "connector/transport/ErrorBody.hpp"
 #include "connector/transport/FailureAnswer.hpp"
-
-#if defined(__GLIBC__)
-#  include <malloc.h>
-#endif
 
 namespace connector::net::detail {
 
@@ -29,18 +24,6 @@ namespace {
 
 const char* const kJson = "application/json";
 const char* const kServerName = "connector-gateway";
-
-// A body from which size on a delivery's freed memory is given back to the system.
-constexpr std::size_t kLargeBody = std::size_t{256} * 1024;
-
-// The parse of a large body leaves its worker's malloc arena with tens of megabytes
-// freed but kept; every worker keeping its own would multiply the in-flight budget by
-// the number of workers. Trimming returns them to the system.
-void giveBackFreedMemory() {
-#if defined(__GLIBC__)
-  ::malloc_trim(0);
-#endif
-}
 
 bool isHttpError(const error_code& error) {
   return &error.category() == &http::make_error_code(http::error::bad_target).category();
@@ -55,8 +38,8 @@ void closeSending(beast::tcp_stream& stream) noexcept {
 
 template <class Stream>
 GatewaySession<Stream>::GatewaySession(Stream&& stream, std::shared_ptr<GatewayCore> core,
-                                       bool counted)
-    : core(std::move(core)), counted(counted), stream(std::move(stream)) {
+                                       bool counted, asio::io_context& loop)
+    : core(std::move(core)), counted(counted), loop(loop), stream(std::move(stream)) {
   if (counted) this->core->metrics.connectionsOpen.increment();
 }
 
@@ -77,18 +60,14 @@ template <class Stream>
 void GatewaySession<Stream>::start() {
   core->add(this->shared_from_this());
   acceptedAt = Clock::now();
-  asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] {
-    self->handshake(&GatewaySession::maybeRead);
-  });
+  handshake(&GatewaySession::maybeRead);
 }
 
 template <class Stream>
 void GatewaySession<Stream>::refuse() {
   core->add(this->shared_from_this());
   acceptedAt = Clock::now();
-  asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] {
-    self->handshake(&GatewaySession::answerTooMany);
-  });
+  handshake(&GatewaySession::answerTooMany);
 }
 
 template <class Stream>
@@ -478,19 +457,16 @@ void GatewaySession<Stream>::dispatch() {
   slot.deadline = Clock::now() + core->options.deliveryTimeout;
   watchDeliveries();
 
-  const std::size_t held = heldBytes;
-  heldBytes = 0;  // the worker gives it back once the delivery is over
-  core->workers().post([self = this->shared_from_this(), sequence, held,
-                        contentType = std::move(contentType), address = slot.address,
-                        body = std::move(request.body())]() mutable {
-    DeliveryAnswer delivered = self->core->deliver(contentType, std::move(body), address);
-    if (held >= kLargeBody) giveBackFreedMemory();
-    if (held > 0) self->core->budget.release(held);
-    self->core->postBack(self->stream.get_executor(),
-                         [self, sequence, delivered = std::move(delivered)]() mutable {
-                           self->onDelivered(sequence, std::move(delivered));
-                         });
-  });
+  Delivery delivery;
+  delivery.client = this->shared_from_this();
+  delivery.loop = &loop;
+  delivery.sequence = sequence;
+  delivery.heldBytes = heldBytes;
+  heldBytes = 0;  // given back once the delivery is over
+  delivery.contentType = std::move(contentType);
+  delivery.address = slot.address;
+  delivery.body = std::move(request.body());
+  core->deliveries.submit(std::move(delivery));
   maybeRead();
 }
 
@@ -567,6 +543,19 @@ void GatewaySession<Stream>::answerLocally(Slot& slot, int kind) {
 }
 
 template <class Stream>
+void GatewaySession<Stream>::delivered(std::uint64_t sequence, DeliveryAnswer&& answer) {
+  onDelivered(sequence, std::move(answer));
+}
+
+template <class Stream>
+void GatewaySession<Stream>::deliveredElsewhere(std::uint64_t sequence, DeliveryAnswer&& answer) {
+  core->postBack(stream.get_executor(),
+                 [self = this->shared_from_this(), sequence, answer = std::move(answer)]() mutable {
+                   self->onDelivered(sequence, std::move(answer));
+                 });
+}
+
+template <class Stream>
 void GatewaySession<Stream>::onDelivered(std::uint64_t sequence, DeliveryAnswer delivered) {
   Slot* slot = find(sequence);
   if (closed || slot == nullptr || slot->ready) return;  // answered 504 before, or gone
@@ -598,6 +587,8 @@ void GatewaySession<Stream>::onDeliveryTimer(const error_code& error) {
   for (Slot& slot : slots) {
     if (!slot.delivering || slot.deadline > now) continue;
     core->metrics.rejected(Rejection::DeliveryTimeout);
+    // Still waiting for a thread: it will not be delivered at all.
+    core->deliveries.withdraw(this, slot.sequence);
     const transport::FailureAnswer late =
         transport::timedOutAnswer(slot.address, core->options.deliveryTimeout);
     answerError(slot, late.status, late.text, false);
@@ -727,6 +718,7 @@ void GatewaySession<Stream>::shutdownNow() {
   if (budgetTimer) budgetTimer->cancel();
   if (deliveryTimer) deliveryTimer->cancel();
   for (Slot& slot : slots) {
+    if (slot.delivering) core->deliveries.withdraw(this, slot.sequence);
     slot.delivering = false;
   }
   beast::get_lowest_layer(stream).close();

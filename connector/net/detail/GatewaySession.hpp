@@ -1,10 +1,10 @@
 // detail::GatewaySession<Stream>: one connection of an HttpGateway. It owns its stream,
 // its read buffer and a request parser made afresh for every request (header and body
 // limits set on the parser), reads requests one after the other, hands deliveries to the
-// worker pool, and writes the answers in request order from its own strand. Private to
-// connector/net.
+// scheduler (which runs them on its loop thread when they answer at once), and writes
+// the answers in request order. Private to connector/net.
 //
-//   std::make_shared<GatewaySession<beast::tcp_stream>>(std::move(stream), core, true)->start();
+//   std::make_shared<GatewaySession<PlainStream>>(std::move(stream), core, true, loop)->start();
 //
 // Deadlines sit on the stream (expires_at/expires_after before each read and write): a
 // connection that misses one is closed. Up to kPipelineDepth requests may wait for their
@@ -17,8 +17,9 @@
 // (reason "tls") unless the client left before saying anything. A TLS connection that
 // closes after its last answer sends close_notify before it stops sending.
 //
-// Thread-safety: everything runs on the stream's strand; drain() and forceClose() post
-// there, and workers post their answers there.
+// Thread-safety: everything runs on the session's event loop, which one thread runs at a
+// time; drain() and forceClose() post there, and so do the threads of deliveries that
+// end elsewhere (deliveredElsewhere).
 #pragma once
 
 #include <chrono>
@@ -57,7 +58,9 @@ class GatewaySession : public SessionBase,
   static constexpr std::chrono::milliseconds kLinger{2000};
 
   // `counted`: the connection counts against maxConnections (false for one refused).
-  GatewaySession(Stream&& stream, std::shared_ptr<GatewayCore> core, bool counted);
+  // `loop`: the event loop the stream belongs to. On that loop's thread.
+  GatewaySession(Stream&& stream, std::shared_ptr<GatewayCore> core, bool counted,
+                 boost::asio::io_context& loop);
   ~GatewaySession() override;
   GatewaySession(const GatewaySession&) = delete;
   GatewaySession& operator=(const GatewaySession&) = delete;
@@ -69,6 +72,8 @@ class GatewaySession : public SessionBase,
 
   void drain() override;
   void forceClose() override;
+  void delivered(std::uint64_t sequence, DeliveryAnswer&& answer) override;
+  void deliveredElsewhere(std::uint64_t sequence, DeliveryAnswer&& answer) override;
 
  private:
   static constexpr bool kTls = std::is_same_v<Stream, TlsStream>;
@@ -88,7 +93,7 @@ class GatewaySession : public SessionBase,
     Clock::time_point started;
     std::string address;  // of a delivery
     Response response;
-    bool delivering = false;     // handed to a worker, not answered yet
+    bool delivering = false;     // handed to the scheduler, not answered yet
     Clock::time_point deadline;  // of a delivery
   };
 
@@ -147,6 +152,7 @@ class GatewaySession : public SessionBase,
   // released last, after the stream, when the session is the last one to hold it.
   const std::shared_ptr<GatewayCore> core;
   const bool counted;
+  boost::asio::io_context& loop;
   Stream stream;
   boost::beast::flat_buffer buffer;
   std::optional<Parser> parser;
