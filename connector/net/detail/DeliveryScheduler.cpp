@@ -142,6 +142,13 @@ void DeliveryScheduler::runOnLoop(Delivery& delivery) {
     running.fetch_sub(1);
     return;
   }
+  if (!quick(delivery.lane)) {
+    // The lane turned slow since this was queued here (another of its deliveries got
+    // stuck): a spare runs it rather than this loop's thread.
+    loops->handOff(
+        [this, delivery = std::move(delivery)]() mutable { runOnSpare(std::move(delivery)); });
+    return;
+  }
   loops->beginDelivery(delivery.lane);
   transport::DeliveryAnswer answer = run(delivery);
   if (loops->endDelivery()) {

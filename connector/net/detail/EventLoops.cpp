@@ -6,6 +6,7 @@ namespace connector::net::detail {
 
 thread_local EventLoops::Loop* EventLoops::current = nullptr;
 thread_local bool EventLoops::handedOver = false;
+thread_local std::uint64_t EventLoops::deliveryWord = 0;
 
 namespace {
 
@@ -65,16 +66,17 @@ void EventLoops::beginDelivery(std::uint32_t lane) noexcept {
   if (loop == nullptr) return;
   loop->lane.store(lane, std::memory_order_relaxed);
   const std::uint64_t word = loop->word.load(std::memory_order_relaxed);
-  loop->word.store(((word & ~std::uint64_t{3}) + 4) | kDelivering, std::memory_order_release);
+  deliveryWord = ((word & ~std::uint64_t{3}) + 4) | kDelivering;
+  loop->word.store(deliveryWord, std::memory_order_release);
 }
 
 bool EventLoops::endDelivery() noexcept {
   Loop* loop = current;
   if (loop == nullptr) return false;
-  std::uint64_t word = loop->word.load(std::memory_order_relaxed);
-  // The watcher is the only other writer: it sets kHandedOver, and the exchange then fails.
-  if ((word & kHandedOver) == 0 &&
-      loop->word.compare_exchange_strong(word, word & ~kDelivering, std::memory_order_acq_rel) &&
+  // Unchanged unless the watcher set kHandedOver (after which the loop's new runner
+  // clears it and counts its own deliveries on).
+  std::uint64_t word = deliveryWord;
+  if (loop->word.compare_exchange_strong(word, word & ~kDelivering, std::memory_order_acq_rel) &&
       !shared->halted.load(std::memory_order_acquire)) {
     return true;
   }

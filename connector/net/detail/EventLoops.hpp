@@ -137,6 +137,9 @@ class EventLoops {
   // The loop the calling thread runs, if any; set while it does.
   static thread_local Loop* current;
   static thread_local bool handedOver;
+  // The loop's word as beginDelivery() left it: endDelivery() finds it unchanged unless
+  // the loop was handed over meanwhile (and perhaps its new runner began deliveries).
+  static thread_local std::uint64_t deliveryWord;
 
   static void work(const std::shared_ptr<Shared>& state);
   static void runLoop(Shared& state, Loop& loop);
