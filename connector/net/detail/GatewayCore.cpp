@@ -7,7 +7,6 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 #include <boost/asio/ip/address.hpp>
-#include <boost/beast/core/tcp_stream.hpp>
 
 #include "connector/net/detail/GatewayListener.hpp"
 #include "connector/net/detail/GatewaySession.hpp"
@@ -161,7 +160,7 @@ void GatewayCore::stop() noexcept {
   loops.runLeftovers();
 }
 
-void GatewayCore::accepted(asio::ip::tcp::socket socket, asio::io_context& loop) {
+void GatewayCore::accepted(Socket socket, asio::io_context& loop) {
   if (&loop != &loops.loop(0)) {
     // The listener runs on the first loop; the session starts on its own.
     asio::post(loop, [self = shared_from_this(), socket = std::move(socket), &loop]() mutable {
@@ -172,7 +171,7 @@ void GatewayCore::accepted(asio::ip::tcp::socket socket, asio::io_context& loop)
   startSession(std::move(socket), loop);
 }
 
-void GatewayCore::startSession(asio::ip::tcp::socket socket, asio::io_context& loop) {
+void GatewayCore::startSession(Socket socket, asio::io_context& loop) {
   boost::system::error_code ignored;
   // An answer leaves as header then body: neither may wait for a delayed acknowledgement.
   socket.set_option(asio::ip::tcp::no_delay(true), ignored);
@@ -182,13 +181,12 @@ void GatewayCore::startSession(asio::ip::tcp::socket socket, asio::io_context& l
     metrics.rejected(Rejection::Connections);
   }
   if (tls) {
-    serve(std::make_shared<GatewaySession<TlsStream>>(
-              TlsStream(boost::beast::tcp_stream(std::move(socket)), *tls), shared_from_this(),
-              counted, loop),
+    serve(std::make_shared<GatewaySession<TlsStream>>(TlsStream(std::move(socket), *tls),
+                                                      shared_from_this(), counted, loop),
           counted);
   } else {
-    serve(std::make_shared<GatewaySession<PlainStream>>(PlainStream(std::move(socket)),
-                                                        shared_from_this(), counted, loop),
+    serve(std::make_shared<GatewaySession<PlainStream>>(std::move(socket), shared_from_this(),
+                                                        counted, loop),
           counted);
   }
 }

@@ -38,6 +38,7 @@
 #include "connector/net/detail/DeliveryScheduler.hpp"
 #include "connector/net/detail/EventLoops.hpp"
 #include "connector/net/detail/InFlightBudget.hpp"
+#include "connector/net/detail/Socket.hpp"
 #include "connector/transport/DeliveryAnswer.hpp"
 #include "connector/transport/MetricsRegistry.hpp"
 
@@ -116,7 +117,7 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   // A new connection from the accept loop, its socket on `loop`: a session (over TLS
   // when serving HTTPS), or a 503 when over the limit. On the listener's loop thread;
   // the session starts on its own loop.
-  void accepted(boost::asio::ip::tcp::socket socket, boost::asio::io_context& loop);
+  void accepted(Socket socket, boost::asio::io_context& loop);
 
   // Sessions register while they live, so that a drain reaches them.
   void add(const std::shared_ptr<SessionBase>& session);
@@ -153,7 +154,7 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
 
  private:
   // Makes the session of an accepted socket, on the socket's loop thread.
-  void startSession(boost::asio::ip::tcp::socket socket, boost::asio::io_context& loop);
+  void startSession(Socket socket, boost::asio::io_context& loop);
   // Waits until no session is left or `deadline` passes; true when none is left.
   bool waitForSessions(std::chrono::steady_clock::time_point deadline);
   // Posts drain() or forceClose() to every live session.

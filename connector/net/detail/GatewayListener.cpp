@@ -49,14 +49,13 @@ void GatewayListener::closeNow() noexcept {
 void GatewayListener::accept() {
   if (closed) return;
   asio::io_context& loop = loops.nextLoop();
-  acceptor.async_accept(loop, [self = shared_from_this(), &loop](const error_code& error,
-                                                                 asio::ip::tcp::socket socket) {
-    self->onAccept(error, std::move(socket), loop);
-  });
+  acceptor.async_accept(loop,
+                        [self = shared_from_this(), &loop](const error_code& error, Socket socket) {
+                          self->onAccept(error, std::move(socket), loop);
+                        });
 }
 
-void GatewayListener::onAccept(const error_code& error, asio::ip::tcp::socket socket,
-                               asio::io_context& loop) {
+void GatewayListener::onAccept(const error_code& error, Socket socket, asio::io_context& loop) {
   if (closed || error == asio::error::operation_aborted) return;
   if (error) {
     if (onFailure(error)) accept();
@@ -67,7 +66,7 @@ void GatewayListener::onAccept(const error_code& error, asio::ip::tcp::socket so
   for (std::size_t taken = 1; taken < kAcceptBatch && !closed; ++taken) {
     asio::io_context& next = loops.nextLoop();
     error_code failure;
-    asio::ip::tcp::socket more = acceptor.accept(next, failure);
+    Socket more = acceptor.accept(next, failure);
     if (failure == asio::error::would_block || failure == asio::error::try_again) break;
     if (failure) {
       if (!onFailure(failure)) return;

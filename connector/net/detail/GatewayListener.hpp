@@ -25,6 +25,8 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "connector/net/detail/Socket.hpp"
+
 namespace connector::net::detail {
 
 class EventLoops;
@@ -47,7 +49,7 @@ class GatewayListener : public std::enable_shared_from_this<GatewayListener> {
 
  private:
   void accept();
-  void onAccept(const boost::system::error_code& error, boost::asio::ip::tcp::socket socket,
+  void onAccept(const boost::system::error_code& error, Socket socket,
                 boost::asio::io_context& loop);
   // Handles a failed accept; false when accepting pauses.
   bool onFailure(const boost::system::error_code& error);
