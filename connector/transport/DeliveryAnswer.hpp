@@ -33,9 +33,10 @@ struct DeliveryAnswer {
 // Delivers (contentType, body) to `router` at `address`, or to `target` when `router` is
 // null, and waits for the answer. Never throws: even running out of memory is answered
 // 500 {"error":"Out of memory"}.
+// The content type is taken by value: a caller that moves it in saves its copy, and the
+// answer's content type is moved out of the answer message likewise.
 CONNECTOR_API DeliveryAnswer deliverForAnswer(Router* router, Context* target,
-                                              const std::string& contentType,
-                                              common::DataBuffer body,
+                                              std::string contentType, common::DataBuffer body,
                                               const std::string& address) noexcept;
 
 }  // namespace connector::transport

@@ -125,7 +125,7 @@ bool DeliveryScheduler::keepSlotForWaiting(Delivery& next) {
 transport::DeliveryAnswer DeliveryScheduler::run(Delivery& delivery) noexcept {
   const Clock::time_point begin = Clock::now();
   transport::DeliveryAnswer answer = transport::deliverForAnswer(
-      router, forward, delivery.contentType, std::move(delivery.body), delivery.address);
+      router, forward, std::move(delivery.contentType), std::move(delivery.body), delivery.address);
   const auto micros =
       std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin).count();
   record(delivery.lane, static_cast<std::uint64_t>(std::max<std::int64_t>(micros, 0)));
