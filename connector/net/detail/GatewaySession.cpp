@@ -68,6 +68,12 @@ GatewaySession<Stream>::GatewaySession(Stream&& stream, std::shared_ptr<GatewayC
       stream(std::move(stream)),
       deadlineTimer(loop) {
   if (counted) this->core->metrics.connectionsOpen.increment();
+  if constexpr (!kTls) {
+    // Answers are written at once when they fit (writeNext): a full socket must say so,
+    // not block.
+    error_code ignored;
+    socket().non_blocking(true, ignored);
+  }
 }
 
 template <class Stream>
@@ -738,17 +744,36 @@ void GatewaySession<Stream>::writeNext() {
   answerHead.clear();
   appendResponseHead(answerHead, slot.version, slot.status, slot.contentType, slot.body.size,
                      keepAlive, slot.extraFields);
-  watchWrite(Clock::now() + core->options.bodyTimeout);
   auto done = [self = this->shared_from_this()](const error_code& error, std::size_t) {
     self->onWrite(error);
   };
   if (kTls && slot.body.size <= kJoinedTlsBody) {
     answerHead.append(slot.body.view());
+    watchWrite(Clock::now() + core->options.bodyTimeout);
     asio::async_write(stream, asio::buffer(answerHead), std::move(done));
     return;
   }
-  const std::array<asio::const_buffer, 2> pieces = {asio::buffer(answerHead),
-                                                    asio::buffer(slot.body.data, slot.body.size)};
+  std::array<asio::const_buffer, 2> pieces = {asio::buffer(answerHead),
+                                              asio::buffer(slot.body.data, slot.body.size)};
+  if constexpr (!kTls) {
+    // An answer that fits the socket's send buffer (nearly all do) is written at once:
+    // no asynchronous round, no handler. The rest, if any, follows when the socket can
+    // take it.
+    error_code error;
+    const std::size_t sent = socket().write_some(pieces, error);
+    if (error != asio::error::would_block && error != asio::error::try_again &&
+        (error || sent == answerHead.size() + slot.body.size)) {
+      onWrite(error);
+      return;
+    }
+    if (sent >= pieces[0].size()) {
+      pieces[1] += sent - pieces[0].size();
+      pieces[0] = asio::const_buffer();
+    } else {
+      pieces[0] += sent;
+    }
+  }
+  watchWrite(Clock::now() + core->options.bodyTimeout);
   asio::async_write(stream, pieces, std::move(done));
 }
 
