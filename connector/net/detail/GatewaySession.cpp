@@ -32,7 +32,7 @@ constexpr std::size_t kReadSize = 65536;
 
 // Answers up to this size go out in one piece with their head over TLS (one record
 // rather than two); larger ones are written from where they are.
-constexpr std::size_t kJoinedTlsBody = 16 * 1024;
+constexpr std::size_t kJoinedTlsBody = std::size_t{16} * 1024;
 
 bool isHttpError(const boost::system::error_code& error) {
   return &error.category() == &http::make_error_code(http::error::bad_target).category();
