@@ -174,6 +174,7 @@ void DeliveryScheduler::runOnSpare(Delivery delivery) {
 }
 
 bool DeliveryScheduler::withdraw(const DeliveryClient* client, std::uint64_t sequence) {
+  if (waitingCount.load() == 0) return false;
   Delivery withdrawn;
   {
     std::lock_guard<std::mutex> lock(mutex);

@@ -6,9 +6,10 @@
 //
 //   std::make_shared<GatewaySession<PlainStream>>(std::move(socket), core, true, loop)->start();
 //
-// Per request it allocates nothing of its own once warm: the head is parsed into
-// strings the connection keeps, the answer's head is written into a buffer it keeps, and
-// the answers wait in a ring of kPipelineDepth slots. Up to kPipelineDepth requests may
+// Once warm, a request costs it no allocation beyond what it hands to the delivery (the
+// body's buffer, the address and the content type): the head is parsed into strings the
+// connection keeps, the answer's head is written into a buffer it keeps, and the answers
+// wait in a ring of slots that keep their strings. Up to kPipelineDepth requests may
 // wait for their answers; past it the session reads no more until answers leave
 // (back-pressure instead of growth). A request whose body does not fit the in-flight
 // budget waits, unread.
