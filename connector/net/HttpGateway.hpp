@@ -38,10 +38,14 @@
 // gateway keeps serving after every one of them. See HttpGatewayOptions for the limits
 // and deadlines.
 //
-// Connections cost no thread: ioThreads threads own every socket (an idle connection
-// costs its socket and a few KiB); deliveries run on a pool of `threads` workers and
-// their answers are written back by the connection's I/O thread. Keep-alive and
-// pipelined requests are answered in order.
+// Connections cost no thread: ioThreads event loops own every socket (an idle connection
+// costs its socket and a few KiB), each run by one thread at a time. A delivery whose
+// service answers at once runs on the loop thread that read its request, which writes
+// the answer at once: no thread hand-over. One that has been slow, or that blocks, runs
+// on one of `threads` spare threads, and a loop whose thread blocks in a delivery is
+// taken over by a spare within a few milliseconds: whatever the services do, the gateway
+// keeps accepting, answering GET /healthz, enforcing its deadlines and refusing in time.
+// Keep-alive and pipelined requests are answered in order.
 //
 // Lifecycle: the constructor binds and listens (so port() is known at once); start()
 // begins serving; stop() drains (see there). A stopped gateway cannot be started again:
@@ -56,7 +60,7 @@
 //
 // Thread-safety: start(), stop(), reloadTokens() and the accessors may be called from any thread;
 // the destructor stops the gateway. The router must stay usable while the gateway runs (it is held
-// shared); its deliveries run on the worker threads, several at once.
+// shared); its deliveries run on the gateway's threads, several at once.
 #pragma once
 
 #include <cstddef>
@@ -117,7 +121,7 @@ class CONNECTOR_API HttpGateway {
   // Connection: close; /healthz answers 503 meanwhile), then closes whatever is still
   // open after drainTimeout and returns. Blocks until then: as long as the slowest
   // request in flight, at most about drainTimeout. A delivery still running then keeps
-  // its worker thread until it returns. Does nothing when not serving. Never throws.
+  // its thread until it returns. Does nothing when not serving. Never throws.
   void stop();
 
   // The port listened on (the chosen one when options.port was 0).

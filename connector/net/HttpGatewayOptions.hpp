@@ -35,11 +35,16 @@ struct HttpGatewayOptions {
   // Port to listen on; 0 picks a free one.
   std::uint16_t port = 0;
 
-  // Threads that own the sockets: they accept, read, parse and write, and never block.
-  // One is plenty for most loads; at least 1.
+  // Event loops: each owns a share of the connections (new ones join each in turn) and
+  // is run by one thread at a time, which accepts, reads, parses and writes, and also
+  // runs the deliveries whose services answer at once (those that took under 100 us on
+  // average). One loop is plenty for most loads; more use more cores. At least 1.
   int ioThreads = 1;
-  // Threads that run deliveries (which block while the service works): the number of
-  // requests delivered at once; more requests wait for a free one. At least 1.
+  // Deliveries at once, wherever they run, and the spare threads beside the loops' own:
+  // a delivery that has been slow (or whose body is over 64 KiB) runs on a spare, and a
+  // loop whose thread blocks in a delivery for more than a millisecond or two is taken
+  // over by a spare, so no service can stall a loop. More requests than this wait for
+  // a delivery to end (and get their 504 after deliveryTimeout if none does). At least 1.
   int threads = 16;
 
   // Connections open at once. A connection beyond it is answered 503 {"error":"Too many
@@ -76,8 +81,9 @@ struct HttpGatewayOptions {
   // is closed. Positive.
   std::chrono::milliseconds keepAliveTimeout{75000};
   // How long a delivery may take. Past it the request is answered 504 {"error":"No
-  // answer from '<address>' within <n> ms"} (reason "delivery_timeout"); the worker
-  // finishes the delivery and its late answer is dropped. Positive.
+  // answer from '<address>' within <n> ms"} (reason "delivery_timeout"); a delivery
+  // still waiting for its turn is dropped, one running finishes and its late answer is
+  // dropped. Positive.
   std::chrono::milliseconds deliveryTimeout{30000};
   // How long stop() waits for requests already read to be answered; connections still
   // open then are closed. Positive.

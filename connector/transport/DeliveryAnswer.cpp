@@ -11,13 +11,15 @@
 namespace connector::transport {
 
 DeliveryAnswer deliverForAnswer(
-    Router* router, Context* target, const std::string& contentType, common::DataBuffer body,
+    Router* router, Context* target, std::string contentType, common::DataBuffer body,
     const std::string& address,
     std::optional<DeliveryDeadline::Clock::time_point> deadline) noexcept {
   std::optional<DeliveryDeadline> scope;
   if (deadline) scope.emplace(*deadline);
   try {
-    auto request = std::make_unique<json::OpaqueMessage>(contentType, std::move(body));
+    static const std::string kNone;
+    auto request = std::make_unique<json::OpaqueMessage>(kNone, std::move(body));
+    request->contentType = std::move(contentType);
     std::unique_ptr<Message> answer =
         (router != nullptr ? router->deliver(std::move(request), Address(address))
                            : target->deliver(std::move(request), Address(address)))
@@ -29,7 +31,8 @@ DeliveryAnswer deliverForAnswer(
                   errorBody("The service at '" + address + "' answered without an OpaqueMessage"))};
     }
     return {200,
-            opaque->contentType.empty() ? std::string("application/json") : opaque->contentType,
+            opaque->contentType.empty() ? std::string("application/json")
+                                        : std::move(opaque->contentType),
             std::move(opaque->payload)};
   } catch (...) {
     try {

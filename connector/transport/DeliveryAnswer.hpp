@@ -37,8 +37,10 @@ struct DeliveryAnswer {
 // waiting: the delivery runs in a DeliveryDeadline scope of it, so that a link it goes
 // through tells the next hop. Never throws: even running out of memory is answered 500
 // {"error":"Out of memory"}.
+// The content type is taken by value: a caller that moves it in saves its copy, and the
+// answer's content type is moved out of the answer message likewise.
 CONNECTOR_API DeliveryAnswer deliverForAnswer(
-    Router* router, Context* target, const std::string& contentType, common::DataBuffer body,
+    Router* router, Context* target, std::string contentType, common::DataBuffer body,
     const std::string& address,
     std::optional<DeliveryDeadline::Clock::time_point> deadline = std::nullopt) noexcept;
 

@@ -44,8 +44,11 @@ const char* const kUsage =
     "\n"
     "  --bind ADDRESS               address to listen on (default 127.0.0.1)\n"
     "  --port N                     port to listen on; 0 picks a free one (default 8080)\n"
-    "  --io-threads N               threads that own the sockets (default 1)\n"
-    "  --threads N                  threads that run deliveries (default 16)\n"
+    "  --io-threads N               event loops, each run by one thread: they own the\n"
+    "                               sockets and run the deliveries that answer at once\n"
+    "                               (default 1)\n"
+    "  --threads N                  deliveries at once, and the spare threads that run the\n"
+    "                               slow ones and take over a loop stuck in one (default 16)\n"
     "  --max-connections N          connections open at once; more get 503 (default 10000)\n"
     "  --max-body BYTES             largest request body; larger gets 413 (default 1048576)\n"
     "  --max-in-flight-bytes BYTES  request bytes read or delivered at once; more wait or\n"
@@ -198,7 +201,7 @@ void printLimits(const connector::net::HttpGatewayOptions& options, rlim_t openF
             << seconds(options.bodyTimeout) << ", keep-alive " << seconds(options.keepAliveTimeout)
             << ", delivery " << seconds(options.deliveryTimeout) << ", drain "
             << seconds(options.drainTimeout) << "\n"
-            << "threads: I/O " << options.ioThreads << ", deliveries " << options.threads
+            << "threads: event loops " << options.ioThreads << ", deliveries " << options.threads
             << std::endl;
   if (openFiles != 0 && openFiles != RLIM_INFINITY && openFiles < options.maxConnections + 64) {
     std::cout << "note: the open-file limit is below the connection limit; past it the gateway "

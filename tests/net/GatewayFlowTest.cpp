@@ -41,7 +41,30 @@ TEST(GatewayFlowTest, PipelinedRequestsAreAnsweredInOrderWhateverTheirPace) {
   }
 }
 
-TEST(GatewayFlowTest, BlockingDeliveriesRunSideBySideUpToTheWorkerCount) {
+TEST(GatewayFlowTest, AnAnswerLargerThanTheSocketTakesAtOnceArrivesWhole) {
+  HttpGatewayOptions options;
+  options.maxBodyBytes = std::size_t{8} << 20;
+  options.maxInFlightBytes = std::size_t{16} << 20;
+  EchoGateway echo(options);
+  RawClient client(echo.port());
+  // Sent, then read only after a pause: the gateway's first write fills the socket and
+  // the rest waits until the client reads.
+  std::string large(std::size_t{6} << 20, 'x');
+  large.front() = '"';
+  large.back() = '"';
+  ASSERT_TRUE(client.send(nettest::post("/echo", large) + nettest::post("/echo", "{\"after\":1}")));
+  std::this_thread::sleep_for(milliseconds(200));
+  std::optional<Reply> reply = client.readReply(kAnswerWait);
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->status, 200);
+  EXPECT_EQ(reply->body.size(), large.size());
+  EXPECT_TRUE(reply->body == large);
+  reply = client.readReply(kAnswerWait);
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->body, "{\"after\":1}");
+}
+
+TEST(GatewayFlowTest, BlockingDeliveriesRunSideBySideUpToTheDeliveryCount) {
   HttpGatewayOptions options;
   options.threads = 4;
   EchoGateway echo(options);

@@ -24,7 +24,7 @@ TEST(GatewayLimitsTest, IdleConnectionsDoNotDelayANewClient) {
   HttpGatewayOptions options;
   options.threads = 2;
   EchoGateway echo(options);
-  // Far more idle connections than worker threads: half never sent a byte, half are
+  // Far more idle connections than threads: half never sent a byte, half are
   // kept alive after an answer.
   std::vector<std::unique_ptr<RawClient>> idle;
   for (int i = 0; i < 100; ++i) {

@@ -7,7 +7,6 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 #include <boost/asio/ip/address.hpp>
-#include <boost/beast/core/tcp_stream.hpp>
 
 #include "connector/net/detail/GatewayListener.hpp"
 #include "connector/net/detail/GatewaySession.hpp"
@@ -41,7 +40,7 @@ const std::vector<double> kDurationBuckets = {0.0005, 0.001, 0.0025, 0.005, 0.01
 
 // Serves a counted connection; answers 503 on one over the limit.
 template <class Session>
-void begin(const std::shared_ptr<Session>& session, bool counted) {
+void serve(const std::shared_ptr<Session>& session, bool counted) {
   if (counted) {
     session->start();
   } else {
@@ -106,18 +105,19 @@ GatewayCore::GatewayCore(std::shared_ptr<Router> router, std::shared_ptr<Context
       registry(options.metrics ? options.metrics : std::make_shared<transport::MetricsRegistry>()),
       metrics(*registry),
       budget(options.maxInFlightBytes),
+      // The pointers stay those of the members they are moved into below.
+      deliveries(router.get(), forward.get(), budget, options.threads),
       router(std::move(router)),
       forward(std::move(forward)),
-      io(options.ioThreads) {}
-
-GatewayCore::~GatewayCore() {
-  for (std::thread& thread : ioThreads) {
-    if (thread.joinable()) thread.join();
-  }
+      loops(options.ioThreads, options.threads,
+            [this](std::uint32_t lane) { deliveries.stuck(lane); }) {
+  deliveries.attach(loops);
 }
 
+GatewayCore::~GatewayCore() = default;
+
 std::uint16_t GatewayCore::listen() {
-  listener = std::make_shared<GatewayListener>(io, *this, options.ioThreads > 1);
+  listener = std::make_shared<GatewayListener>(loops, *this);
   try {
     const asio::ip::address address = asio::ip::make_address(options.bindAddress);
     listener->open(asio::ip::tcp::endpoint(address, options.port));
@@ -129,23 +129,8 @@ std::uint16_t GatewayCore::listen() {
 }
 
 void GatewayCore::start() {
-  workerPool = std::make_unique<WorkerPool>(options.threads);
   listener->run();
-  ioThreads.reserve(static_cast<std::size_t>(options.ioThreads));
-  for (int i = 0; i < options.ioThreads; ++i) {
-    ioThreads.emplace_back([this] {
-      // Keeps running while the gateway serves, even with nothing to do.
-      auto guard = asio::make_work_guard(io);
-      for (;;) {
-        try {
-          io.run();
-          break;
-        } catch (...) {
-          // A handler let an exception out; the loop goes on with the next one.
-        }
-      }
-    });
-  }
+  loops.start();
 }
 
 void GatewayCore::closeUnstarted() noexcept {
@@ -160,27 +145,33 @@ void GatewayCore::stop() noexcept {
   if (!waitForSessions(deadline)) {
     forEachSession(&SessionBase::forceClose);
   }
-  // Closed connections end on the I/O threads.
+  // Closed connections end on the loop threads.
   waitForSessions(std::chrono::steady_clock::now() + std::chrono::milliseconds(250));
-  io.stop();
-  for (std::thread& thread : ioThreads) thread.join();
-  ioThreads.clear();
+  loops.stopLoops();
   {
     std::lock_guard<std::mutex> lock(postMutex);
     ioStopped = true;  // a delivery that ends now has nobody to answer
   }
+  deliveries.clear();
   // Deliveries still running now are what remains: their threads are left to finish.
-  workerPool->stop(std::chrono::milliseconds(100));
+  loops.stop(std::chrono::milliseconds(100));
   // Completes what the closed sockets and timers left queued, so that no handler keeps
   // a session (and through it this core) alive.
-  io.restart();
-  try {
-    io.poll();
-  } catch (...) {
-  }
+  loops.runLeftovers();
 }
 
-void GatewayCore::accepted(asio::ip::tcp::socket socket) {
+void GatewayCore::accepted(Socket socket, asio::io_context& loop) {
+  if (&loop != &loops.loop(0)) {
+    // The listener runs on the first loop; the session starts on its own.
+    asio::post(loop, [self = shared_from_this(), socket = std::move(socket), &loop]() mutable {
+      self->startSession(std::move(socket), loop);
+    });
+    return;
+  }
+  startSession(std::move(socket), loop);
+}
+
+void GatewayCore::startSession(Socket socket, asio::io_context& loop) {
   boost::system::error_code ignored;
   // An answer leaves as header then body: neither may wait for a delayed acknowledgement.
   socket.set_option(asio::ip::tcp::no_delay(true), ignored);
@@ -190,13 +181,12 @@ void GatewayCore::accepted(asio::ip::tcp::socket socket) {
     metrics.rejected(Rejection::Connections);
   }
   if (tls) {
-    begin(std::make_shared<GatewaySession<TlsStream>>(
-              TlsStream(boost::beast::tcp_stream(std::move(socket)), *tls), shared_from_this(),
-              counted),
+    serve(std::make_shared<GatewaySession<TlsStream>>(TlsStream(std::move(socket), *tls),
+                                                      shared_from_this(), counted, loop),
           counted);
   } else {
-    begin(std::make_shared<GatewaySession<PlainStream>>(PlainStream(std::move(socket)),
-                                                        shared_from_this(), counted),
+    serve(std::make_shared<GatewaySession<PlainStream>>(std::move(socket), shared_from_this(),
+                                                        counted, loop),
           counted);
   }
 }
@@ -227,13 +217,6 @@ void GatewayCore::forEachSession(void (SessionBase::*operation)()) {
     }
   }
   for (auto& session : live) ((*session).*operation)();
-}
-
-DeliveryAnswer GatewayCore::deliver(const std::string& contentType, common::DataBuffer body,
-                                    const std::string& address,
-                                    std::chrono::steady_clock::time_point deadline) const {
-  return transport::deliverForAnswer(router.get(), forward.get(), contentType, std::move(body),
-                                     address, deadline);
 }
 
 std::string GatewayCore::addressesJson() const {

@@ -1,14 +1,15 @@
 // detail::GatewayCore: everything an HttpGateway's listener and sessions share: the
-// router, the options, the I/O context and its threads, the worker pool, the in-flight
-// budget, the metrics, and the live sessions (for draining). Private to connector/net.
+// router, the options, the event loops and their threads, the delivery scheduler, the
+// in-flight budget, the metrics, and the live sessions (for draining). Private to
+// connector/net.
 //
-//   auto core = std::make_shared<GatewayCore>(router, options);
+//   auto core = std::make_shared<GatewayCore>(router, nullptr, options);
 //   std::uint16_t port = core->listen();   // binds; throws when it cannot
-//   core->start();                         // I/O threads, workers, accepting
+//   core->start();                         // threads, accepting
 //   core->stop();                          // drain, then close what remains
 //
 // Thread-safety: listen, start and stop from one thread at a time (HttpGateway's lock);
-// the rest (read by sessions on the I/O threads and by workers) is constant after
+// the rest (read by sessions on the loop threads and by spare threads) is constant after
 // construction, atomic, or guarded by its own lock.
 #pragma once
 
@@ -21,7 +22,6 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -35,8 +35,10 @@
 #include "connector/host/Router.hpp"
 #include "connector/net/HttpGatewayOptions.hpp"
 #include "connector/net/detail/BearerTokens.hpp"
+#include "connector/net/detail/DeliveryScheduler.hpp"
+#include "connector/net/detail/EventLoops.hpp"
 #include "connector/net/detail/InFlightBudget.hpp"
-#include "connector/net/detail/WorkerPool.hpp"
+#include "connector/net/detail/Socket.hpp"
 #include "connector/transport/DeliveryAnswer.hpp"
 #include "connector/transport/MetricsRegistry.hpp"
 
@@ -44,10 +46,9 @@ namespace connector::net::detail {
 
 class GatewayListener;
 
-// What a session does for the gateway's drain and stop; posted to its own strand.
-class SessionBase {
+// What a session does for the gateway's drain and stop; posted to its own loop.
+class SessionBase : public DeliveryClient {
  public:
-  virtual ~SessionBase() = default;
   // Closes the connection now when it waits for a request; otherwise answers what it
   // has read, the last answer with Connection: close, and then closes.
   virtual void drain() = 0;
@@ -90,7 +91,6 @@ class GatewayMetrics {
   std::array<transport::MetricsRegistry::Counter, 9> rejections;
 };
 
-// A delivery's answer, made on a worker thread.
 using transport::DeliveryAnswer;
 
 class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
@@ -114,21 +114,15 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   // Closes the listening socket of a gateway that never started. Never throws.
   void closeUnstarted() noexcept;
 
-  // A new connection from the accept loop: a session (over TLS when serving HTTPS), or a
-  // 503 when over the limit.
-  void accepted(boost::asio::ip::tcp::socket socket);
+  // A new connection from the accept loop, its socket on `loop`: a session (over TLS
+  // when serving HTTPS), or a 503 when over the limit. On the listener's loop thread;
+  // the session starts on its own loop.
+  void accepted(Socket socket, boost::asio::io_context& loop);
 
   // Sessions register while they live, so that a drain reaches them.
   void add(const std::shared_ptr<SessionBase>& session);
   void remove(SessionBase* session) noexcept;
 
-  // Delivers a POST body to the router (or the forward context) and makes its answer
-  // (200, or an error body). `deadline` is when the session answers 504 instead: a link
-  // the delivery goes through tells the next hop what is left of it.
-  // Runs on a worker thread and blocks while the service works. Never throws.
-  DeliveryAnswer deliver(const std::string& contentType, common::DataBuffer body,
-                         const std::string& address,
-                         std::chrono::steady_clock::time_point deadline) const;
   // {"addresses":[...]} of the router's bound addresses (none when forwarding).
   std::string addressesJson() const;
   std::string metricsText() const { return registry->exposition(); }
@@ -146,10 +140,11 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   std::atomic<std::size_t> connections{0};  // sessions counted against maxConnections
   std::atomic<std::uint64_t> nextWaitId{1};
 
-  WorkerPool& workers() { return *workerPool; }
+  // Runs the POST deliveries (on loop threads, or spare threads when they block).
+  DeliveryScheduler deliveries;
 
-  // Posts a handler to a session's executor from another thread (a worker, a budget
-  // grant); dropped once stop() has stopped the I/O, so that nothing queued there
+  // Posts a handler to a session's executor from another thread (a spare, a budget
+  // grant); dropped once stop() has stopped the loops, so that nothing queued there
   // keeps a session alive afterwards.
   template <class Executor, class Handler>
   void postBack(const Executor& executor, Handler&& handler) {
@@ -158,6 +153,8 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   }
 
  private:
+  // Makes the session of an accepted socket, on the socket's loop thread.
+  void startSession(Socket socket, boost::asio::io_context& loop);
   // Waits until no session is left or `deadline` passes; true when none is left.
   bool waitForSessions(std::chrono::steady_clock::time_point deadline);
   // Posts drain() or forceClose() to every live session.
@@ -173,12 +170,10 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   std::mutex postMutex;
   bool ioStopped = false;  // guarded by postMutex
 
-  std::unique_ptr<WorkerPool> workerPool;
-  // Last but the threads: destroying it destroys the handlers still queued, and the
-  // sessions they hold, which use the members above.
-  boost::asio::io_context io;
+  // Last: destroying the loops destroys the handlers still queued, and the sessions
+  // they hold, which use the members above.
+  EventLoops loops;
   std::shared_ptr<GatewayListener> listener;
-  std::vector<std::thread> ioThreads;
 };
 
 }  // namespace connector::net::detail

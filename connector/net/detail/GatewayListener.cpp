@@ -5,6 +5,7 @@
 
 #include <boost/asio/post.hpp>
 
+#include "connector/net/detail/EventLoops.hpp"
 #include "connector/net/detail/GatewayCore.hpp"
 
 namespace connector::net::detail {
@@ -12,13 +13,8 @@ namespace connector::net::detail {
 namespace asio = boost::asio;
 using boost::system::error_code;
 
-GatewayListener::GatewayListener(asio::io_context& io, GatewayCore& core, bool strandPerConnection)
-    : io(io),
-      core(core),
-      strandPerConnection(strandPerConnection),
-      strand(asio::make_strand(io)),
-      acceptor(strand),
-      pause(strand) {}
+GatewayListener::GatewayListener(EventLoops& loops, GatewayCore& core)
+    : loops(loops), core(core), home(loops.loop(0)), acceptor(home), pause(home) {}
 
 void GatewayListener::open(const asio::ip::tcp::endpoint& endpoint) {
   acceptor.open(endpoint.protocol());
@@ -27,14 +23,16 @@ void GatewayListener::open(const asio::ip::tcp::endpoint& endpoint) {
   acceptor.set_option(asio::socket_base::reuse_address(true));
   acceptor.bind(endpoint);
   acceptor.listen(asio::socket_base::max_listen_connections);
+  // The batch after each ready turn ends when the backlog is empty, not in a wait.
+  acceptor.non_blocking(true);
 }
 
 void GatewayListener::run() {
-  asio::post(strand, [self = shared_from_this()] { self->accept(); });
+  asio::post(home, [self = shared_from_this()] { self->accept(); });
 }
 
 void GatewayListener::close() {
-  asio::post(strand, [self = shared_from_this()] {
+  asio::post(home, [self = shared_from_this()] {
     self->closed = true;
     error_code ignored;
     self->pause.cancel();
@@ -50,40 +48,48 @@ void GatewayListener::closeNow() noexcept {
 
 void GatewayListener::accept() {
   if (closed) return;
-  auto handler = [self = shared_from_this()](const error_code& error,
-                                             asio::ip::tcp::socket socket) {
-    self->onAccept(error, std::move(socket));
-  };
-  // With several I/O threads each connection gets a strand of its own; with one, the
-  // thread itself keeps a connection's handlers apart.
-  if (strandPerConnection) {
-    acceptor.async_accept(asio::make_strand(io), std::move(handler));
-  } else {
-    acceptor.async_accept(io.get_executor(), std::move(handler));
-  }
+  asio::io_context& loop = loops.nextLoop();
+  acceptor.async_accept(loop,
+                        [self = shared_from_this(), &loop](const error_code& error, Socket socket) {
+                          self->onAccept(error, std::move(socket), loop);
+                        });
 }
 
-void GatewayListener::onAccept(const error_code& error, asio::ip::tcp::socket socket) {
+void GatewayListener::onAccept(const error_code& error, Socket socket, asio::io_context& loop) {
   if (closed || error == asio::error::operation_aborted) return;
   if (error) {
-    // Compared as codes, not as conditions: nothing here may need a descriptor, not
-    // even a sanitizer's check of a virtual call.
-    const bool outOfResources =
-        error == asio::error::no_descriptors || error == asio::error::no_buffer_space ||
-        error == asio::error::no_memory ||
-        (error.category() == boost::system::system_category() && error.value() == ENFILE);
-    if (outOfResources) {
-      // The pending connection stays in the backlog; once a descriptor is free again it
-      // is accepted.
-      pause.expires_after(kPauseWhenOutOfDescriptors);
-      pause.async_wait([self = shared_from_this()](const error_code&) { self->accept(); });
-      return;
-    }
-    accept();  // e.g. a connection the client aborted before it was accepted
+    if (onFailure(error)) accept();
     return;
   }
-  core.accepted(std::move(socket));
+  core.accepted(std::move(socket), loop);
+  // The rest of the backlog, without waiting for another turn.
+  for (std::size_t taken = 1; taken < kAcceptBatch && !closed; ++taken) {
+    asio::io_context& next = loops.nextLoop();
+    error_code failure;
+    Socket more = acceptor.accept(next, failure);
+    if (failure == asio::error::would_block || failure == asio::error::try_again) break;
+    if (failure) {
+      if (!onFailure(failure)) return;
+      continue;
+    }
+    core.accepted(std::move(more), next);
+  }
   accept();
+}
+
+bool GatewayListener::onFailure(const error_code& error) {
+  // Compared as codes, not as conditions: nothing here may need a descriptor, not even a
+  // sanitizer's check of a virtual call.
+  const bool outOfResources =
+      error == asio::error::no_descriptors || error == asio::error::no_buffer_space ||
+      error == asio::error::no_memory ||
+      (error.category() == boost::system::system_category() && error.value() == ENFILE);
+  if (!outOfResources) return true;  // e.g. a connection the client aborted before it was taken
+  // The pending connection stays in the backlog; once a descriptor is free again it is
+  // accepted.
+  pause.expires_after(kPauseWhenOutOfDescriptors);
+  pause.async_wait([self = shared_from_this()](const error_code&) { self->accept(); });
+  return false;
 }
 
 }  // namespace connector::net::detail

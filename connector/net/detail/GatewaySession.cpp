@@ -1,69 +1,85 @@
 #include "connector/net/detail/GatewaySession.hpp"
 
-#include <string_view>
+#include <algorithm>
+#include <array>
 #include <utility>
 
 #include <openssl/ssl.h>
-#include <boost/asio/dispatch.hpp>
+#include <boost/asio/buffer.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl/error.hpp>
 #include <boost/asio/write.hpp>
+#include <boost/beast/core/read_size.hpp>
+#include <boost/beast/http/error.hpp>
 
 #include "connector/host/ModuleLogger.hpp"
-#include "connector/net/detail/RequestRoute.hpp"
+#include "connector/net/detail/ResponseHead.hpp"
 #include "connector/transport/ErrorBody.hpp"
 #include "connector/transport/FailureAnswer.hpp"
-
-#if defined(__GLIBC__)
-#  include <malloc.h>
-#endif
 
 namespace connector::net::detail {
 
 namespace asio = boost::asio;
 namespace beast = boost::beast;
 namespace http = boost::beast::http;
-using beast::error_code;
 
 namespace {
 
-const char* const kJson = "application/json";
-const char* const kServerName = "connector-gateway";
+constexpr std::string_view kJson = "application/json";
 
-// A body from which size on a delivery's freed memory is given back to the system.
-constexpr std::size_t kLargeBody = std::size_t{256} * 1024;
+// Reads of a request header or body take at most this much at once.
+constexpr std::size_t kReadSize = 65536;
 
-// The parse of a large body leaves its worker's malloc arena with tens of megabytes
-// freed but kept; every worker keeping its own would multiply the in-flight budget by
-// the number of workers. Trimming returns them to the system.
-void giveBackFreedMemory() {
-#if defined(__GLIBC__)
-  ::malloc_trim(0);
-#endif
-}
+// Answers up to this size go out in one piece with their head over TLS (one record
+// rather than two); larger ones are written from where they are.
+constexpr std::size_t kJoinedTlsBody = std::size_t{16} * 1024;
 
-bool isHttpError(const error_code& error) {
+bool isHttpError(const boost::system::error_code& error) {
   return &error.category() == &http::make_error_code(http::error::bad_target).category();
 }
 
 }  // namespace
 
-void closeSending(beast::tcp_stream& stream) noexcept {
-  error_code ignored;
-  stream.socket().shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
+// ---- slots --------------------------------------------------------------------------
+
+template <class Stream>
+typename GatewaySession<Stream>::Slot& GatewaySession<Stream>::Slots::push() noexcept {
+  Slot& slot = ring[(first + count) % kCapacity];
+  ++count;
+  return slot;
 }
 
 template <class Stream>
+void GatewaySession<Stream>::Slots::pop() noexcept {
+  Slot& slot = ring[first];
+  slot.body = common::DataBuffer();  // the answer's bytes are not kept
+  first = (first + 1) % kCapacity;
+  --count;
+}
+
+// ---- life ---------------------------------------------------------------------------
+
+template <class Stream>
 GatewaySession<Stream>::GatewaySession(Stream&& stream, std::shared_ptr<GatewayCore> core,
-                                       bool counted)
-    : core(std::move(core)), counted(counted), stream(std::move(stream)) {
+                                       bool counted, asio::io_context& loop)
+    : core(std::move(core)),
+      counted(counted),
+      loop(loop),
+      stream(std::move(stream)),
+      deadlineTimer(loop) {
   if (counted) this->core->metrics.connectionsOpen.increment();
+  if constexpr (!kTls) {
+    // Answers are written at once when they fit (writeNext): a full socket must say so,
+    // not block.
+    error_code ignored;
+    socket().non_blocking(true, ignored);
+  }
 }
 
 template <class Stream>
 GatewaySession<Stream>::~GatewaySession() {
-  for (const Slot& slot : slots) {
-    if (slot.inFlight) core->metrics.requestsInFlight.decrement();
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    if (slots[i].inFlight) core->metrics.requestsInFlight.decrement();
   }
   if (heldBytes > 0) core->budget.release(heldBytes);
   if (counted) {
@@ -74,28 +90,33 @@ GatewaySession<Stream>::~GatewaySession() {
 }
 
 template <class Stream>
+Socket& GatewaySession<Stream>::socket() noexcept {
+  if constexpr (kTls) {
+    return stream.next_layer();
+  } else {
+    return stream;
+  }
+}
+
+template <class Stream>
 void GatewaySession<Stream>::start() {
   core->add(this->shared_from_this());
   acceptedAt = Clock::now();
-  asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] {
-    self->handshake(&GatewaySession::maybeRead);
-  });
+  handshake(&GatewaySession::maybeRead);
 }
 
 template <class Stream>
 void GatewaySession<Stream>::refuse() {
   core->add(this->shared_from_this());
   acceptedAt = Clock::now();
-  asio::dispatch(stream.get_executor(), [self = this->shared_from_this()] {
-    self->handshake(&GatewaySession::answerTooMany);
-  });
+  handshake(&GatewaySession::answerTooMany);
 }
 
 template <class Stream>
 void GatewaySession<Stream>::answerTooMany() {
   closing = true;
-  Slot& slot = pushSlot(false);
-  answerError(slot, 503,
+  Slot* slot = pushSlot(false);
+  answerError(*slot, 503,
               "Too many connections (limit " + std::to_string(core->options.maxConnections) + ")",
               true);
   writeNext();
@@ -107,7 +128,7 @@ void GatewaySession<Stream>::handshake(void (GatewaySession::*next)()) {
     // Nothing read yet: a drain closes the connection at once. The handshake and the
     // first request header share one deadline.
     reading = Reading::Idle;
-    beast::get_lowest_layer(stream).expires_at(acceptedAt + core->options.headerTimeout);
+    watchRead(Expiry::FirstHeader, acceptedAt + core->options.headerTimeout);
     stream.async_handshake(asio::ssl::stream_base::server,
                            [self = this->shared_from_this(), next](const error_code& error) {
                              self->reading = Reading::None;
@@ -126,10 +147,8 @@ void GatewaySession<Stream>::handshake(void (GatewaySession::*next)()) {
 template <class Stream>
 void GatewaySession<Stream>::onHandshakeFailure(const error_code& error) {
   if constexpr (kTls) {
-    if (error == beast::error::timeout) {
-      core->metrics.rejected(Rejection::HeaderTimeout);
-    } else if (error.category() == asio::error::get_ssl_category() ||
-               SSL_get_state(stream.native_handle()) != TLS_ST_BEFORE) {
+    if (error.category() == asio::error::get_ssl_category() ||
+        SSL_get_state(stream.native_handle()) != TLS_ST_BEFORE) {
       // Plain HTTP or other bytes that are no TLS handshake, a protocol or cipher the
       // gateway does not speak, an alert from a client that does not trust the
       // certificate, or a handshake cut off after it began. A client that closed
@@ -143,7 +162,7 @@ void GatewaySession<Stream>::onHandshakeFailure(const error_code& error) {
 
 template <class Stream>
 void GatewaySession<Stream>::drain() {
-  asio::post(stream.get_executor(), [self = this->shared_from_this()] {
+  asio::post(loop, [self = this->shared_from_this()] {
     if (self->closed) return;
     if (self->reading == Reading::Idle) {
       self->shutdownNow();  // waiting for a request that it will not read
@@ -156,7 +175,69 @@ void GatewaySession<Stream>::drain() {
 
 template <class Stream>
 void GatewaySession<Stream>::forceClose() {
-  asio::post(stream.get_executor(), [self = this->shared_from_this()] { self->shutdownNow(); });
+  asio::post(loop, [self = this->shared_from_this()] { self->shutdownNow(); });
+}
+
+// ---- deadlines ----------------------------------------------------------------------
+
+template <class Stream>
+void GatewaySession<Stream>::watchRead(Expiry kind, Clock::time_point at) {
+  readExpiry = kind;
+  readDeadline = at;
+  arm(at);
+}
+
+template <class Stream>
+void GatewaySession<Stream>::watchWrite(Clock::time_point at) {
+  writeDeadline = at;
+  arm(at);
+}
+
+template <class Stream>
+void GatewaySession<Stream>::arm(Clock::time_point at) {
+  // A timer that fires earlier looks again then; only an earlier deadline re-arms it.
+  if (at >= armedAt || closed) return;
+  armedAt = at;
+  const std::uint64_t generation = ++armGeneration;
+  deadlineTimer.expires_at(at);
+  deadlineTimer.async_wait([self = this->shared_from_this(), generation](const error_code& error) {
+    self->onDeadline(error, generation);
+  });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onDeadline(const error_code& error, std::uint64_t generation) {
+  if (error || generation != armGeneration) return;  // re-armed earlier, or closed
+  armedAt = Clock::time_point::max();
+  if (closed) return;
+  const Clock::time_point now = Clock::now();
+  if (readDeadline <= now) {
+    expire(readExpiry);
+  } else if (writeDeadline <= now) {
+    expire(Expiry::Write);
+  } else {
+    const Clock::time_point next = std::min(readDeadline, writeDeadline);
+    if (next != Clock::time_point::max()) arm(next);
+  }
+}
+
+template <class Stream>
+void GatewaySession<Stream>::expire(Expiry kind) {
+  switch (kind) {
+    case Expiry::FirstHeader:
+    case Expiry::Header:
+      core->metrics.rejected(Rejection::HeaderTimeout);
+      break;
+    case Expiry::Body:
+    case Expiry::Write:
+      core->metrics.rejected(Rejection::BodyTimeout);
+      break;
+    case Expiry::KeepAlive:  // an idle connection simply ends
+    case Expiry::Linger:
+      break;
+  }
+  // What was pending completes with an error and finds the session closed.
+  shutdownNow();
 }
 
 // ---- reading ------------------------------------------------------------------------
@@ -164,7 +245,7 @@ void GatewaySession<Stream>::forceClose() {
 template <class Stream>
 void GatewaySession<Stream>::maybeRead() {
   if (closed || reading != Reading::None) return;
-  if (closing || core->draining.load()) {
+  if (closing || core->draining.load(std::memory_order_relaxed)) {
     // Reads no new request; closes once the answers already due are out.
     closing = true;
     if (slots.empty() && !writing) linger();
@@ -179,7 +260,7 @@ void GatewaySession<Stream>::maybeRead() {
 
 template <class Stream>
 void GatewaySession<Stream>::readRequest() {
-  parser.emplace();
+  parser.emplace(head, body);
   parser->header_limit(static_cast<std::uint32_t>(HttpGatewayOptions::kMaxHeaderBytes));
   parser->body_limit(core->options.maxBodyBytes);
   if (buffer.size() > 0) {
@@ -191,11 +272,10 @@ void GatewaySession<Stream>::readRequest() {
   // An idle connection keeps no large buffer.
   if (buffer.capacity() > 4096) buffer.shrink_to_fit();
   reading = Reading::Idle;
-  auto& lowest = beast::get_lowest_layer(stream);
   if (firstRequest) {
-    lowest.expires_at(acceptedAt + core->options.headerTimeout);
+    watchRead(Expiry::FirstHeader, acceptedAt + core->options.headerTimeout);
   } else {
-    lowest.expires_after(core->options.keepAliveTimeout);
+    watchRead(Expiry::KeepAlive, Clock::now() + core->options.keepAliveTimeout);
   }
   stream.async_read_some(buffer.prepare(512), [self = this->shared_from_this()](
                                                   const error_code& error, std::size_t bytes) {
@@ -207,12 +287,9 @@ template <class Stream>
 void GatewaySession<Stream>::onFirstBytes(const error_code& error, std::size_t bytes) {
   buffer.commit(bytes);
   reading = Reading::None;
+  readDeadline = Clock::time_point::max();
   if (error) {
-    // A new connection that sent nothing in time is a slow header; an idle keep-alive
-    // connection that timed out simply ends, as does one the client closed.
-    if (error == beast::error::timeout && firstRequest) {
-      core->metrics.rejected(Rejection::HeaderTimeout);
-    }
+    // The client closed or the connection failed (a missed deadline closed it already).
     shutdownNow();
     return;
   }
@@ -230,14 +307,23 @@ void GatewaySession<Stream>::readHeader() {
   error_code error;
   buffer.consume(parser->put(buffer.data(), error));
   if (error != http::error::need_more && (error || parser->is_header_done())) {
+    readDeadline = Clock::time_point::max();
     onHeader(error);
     return;
   }
-  beast::get_lowest_layer(stream).expires_at(headerDeadline);
-  http::async_read_header(stream, buffer, *parser,
-                          [self = this->shared_from_this()](const error_code& error, std::size_t) {
-                            self->onHeader(error);
-                          });
+  watchRead(firstRequest ? Expiry::FirstHeader : Expiry::Header, headerDeadline);
+  stream.async_read_some(
+      buffer.prepare(beast::read_size(buffer, kReadSize)),
+      [self = this->shared_from_this()](const error_code& error, std::size_t bytes) {
+        self->buffer.commit(bytes);
+        if (self->closed) return;
+        if (error) {
+          self->reading = Reading::None;
+          self->onReadFailure(self->endOfStream(error), false);
+          return;
+        }
+        self->readHeader();
+      });
 }
 
 template <class Stream>
@@ -249,27 +335,28 @@ void GatewaySession<Stream>::onHeader(const error_code& error) {
     return;
   }
   if (closed) return;
-  const auto& request = parser->get();
-  Slot& slot = pushSlot(true);
-  slot.version = request.version();
-  slot.keepAlive = request.keep_alive();
-  if (!slot.keepAlive) closing = true;
+  Slot* slot = pushSlot(true);
+  if (slot == nullptr) {  // never past kPipelineDepth: maybeRead() stops reading first
+    shutdownNow();
+    return;
+  }
+  slot->version = head.version;
+  slot->keepAlive = parser->keep_alive();
+  if (!slot->keepAlive) closing = true;
 
-  RequestRoute route =
-      routeRequest(std::string_view(request.method_string().data(), request.method_string().size()),
-                   std::string_view(request.target().data(), request.target().size()));
-  if (core->tokens && route.kind != RequestRoute::Health) checkToken(request, route);
+  routeRequest(head.methodText, head.target, route);
+  if (core->tokens && route.kind != RequestRoute::Health) checkToken(route);
   if (route.kind != RequestRoute::Deliver) {
     // Answered without the body: a body that is there is never read, so the
     // connection closes after the answer.
     const bool unreadBody = !parser->is_done();
     if (route.kind == RequestRoute::Refuse) {
-      answerError(slot, route.status, route.text, unreadBody);
-      if (!route.allow.empty()) slot.response.set(http::field::allow, route.allow);
-      if (route.challenge) slot.response.set(http::field::www_authenticate, "Bearer");
+      answerError(*slot, route.status, route.text, unreadBody);
+      if (!route.allow.empty()) slot->extraFields.append("Allow: " + route.allow + "\r\n");
+      if (route.challenge) slot->extraFields.append("WWW-Authenticate: Bearer\r\n");
     } else {
-      answerLocally(slot, route.kind);
-      slot.close = slot.close || unreadBody;
+      answerLocally(*slot, route.kind);
+      slot->close = slot->close || unreadBody;
     }
     if (unreadBody) closing = true;
     parser.reset();
@@ -277,7 +364,7 @@ void GatewaySession<Stream>::onHeader(const error_code& error) {
     maybeRead();
     return;
   }
-  slot.address = route.address;
+  slot->address.assign(route.address);
   if (parser->is_done()) {  // no body at all
     dispatch();
     return;
@@ -300,28 +387,22 @@ void GatewaySession<Stream>::onHeader(const error_code& error) {
 }
 
 template <class Stream>
-void GatewaySession<Stream>::checkToken(const typename Parser::value_type& request,
-                                        RequestRoute& route) {
-  const auto found = request.find(http::field::authorization);
-  const bool present = found != request.end();
+void GatewaySession<Stream>::checkToken(RequestRoute& route) {
   BearerTokens::Verdict verdict = BearerTokens::Verdict::Malformed;
-  if (request.count(http::field::authorization) <= 1) {
-    verdict =
-        core->tokens->check(present ? std::string_view(found->value().data(), found->value().size())
-                                    : std::string_view(),
-                            present);
+  if (head.authorizationFields <= 1) {
+    verdict = core->tokens->check(head.authorization, head.authorizationFields == 1);
   }
   if (verdict == BearerTokens::Verdict::Accepted) return;
   core->metrics.rejected(Rejection::Auth);
-  route = RequestRoute();
   route.kind = RequestRoute::Refuse;
   route.status = 401;
   route.text = BearerTokens::textOf(verdict);
+  route.allow.clear();
   route.challenge = true;
   // The method and the path, not the query (a client may put a token there), and
   // never the header.
-  const std::string_view target(request.target().data(), request.target().size());
-  logRefusal("401 " + std::string(request.method_string()) + " " +
+  const std::string_view target(head.target);
+  logRefusal("401 " + head.methodText + " " +
              std::string(target.substr(0, target.find_first_of("?#"))) + ": " + route.text);
 }
 
@@ -330,7 +411,7 @@ void GatewaySession<Stream>::logRefusal(const std::string& what) {
   json::ModuleLogRecord record;
   if (!record) return;
   error_code ignored;
-  const auto peer = beast::get_lowest_layer(stream).socket().remote_endpoint(ignored);
+  const auto peer = socket().remote_endpoint(ignored);
   record << "HttpGateway refused a client at " << peer.address().to_string() << ":" << peer.port()
          << ": " << what;
 }
@@ -340,12 +421,12 @@ void GatewaySession<Stream>::waitForBudget(std::size_t bytes) {
   reading = Reading::Budget;
   wantedBytes = bytes;
   waitId = core->nextWaitId.fetch_add(1, std::memory_order_relaxed);
-  budgetTimer.emplace(stream.get_executor());
+  budgetTimer.emplace(loop);
   budgetTimer->expires_after(core->options.bodyTimeout);
   budgetTimer->async_wait(
       [self = this->shared_from_this()](const error_code& error) { self->onBudgetTimeout(error); });
   core->budget.acquire(bytes, waitId, [self = this->shared_from_this()] {
-    self->core->postBack(self->stream.get_executor(), [self] { self->onBudgetGranted(); });
+    self->core->postBack(self->loop.get_executor(), [self] { self->onBudgetGranted(); });
   });
 }
 
@@ -376,15 +457,25 @@ void GatewaySession<Stream>::readBody() {
     const std::size_t used = parser->put(buffer.data(), error);
     buffer.consume(used);
     if (error != http::error::need_more && (error || used > 0)) {
+      readDeadline = Clock::time_point::max();
       onBody(error);
       return;
     }
   }
-  beast::get_lowest_layer(stream).expires_after(core->options.bodyTimeout);
-  http::async_read_some(stream, buffer, *parser,
-                        [self = this->shared_from_this()](const error_code& error, std::size_t) {
-                          self->onBody(error);
-                        });
+  watchRead(Expiry::Body, Clock::now() + core->options.bodyTimeout);
+  stream.async_read_some(
+      buffer.prepare(beast::read_size(buffer, kReadSize)),
+      [self = this->shared_from_this()](const error_code& error, std::size_t bytes) {
+        self->buffer.commit(bytes);
+        self->readDeadline = Clock::time_point::max();
+        if (self->closed) return;
+        if (error) {
+          self->reading = Reading::None;
+          self->onReadFailure(self->endOfStream(error), true);
+          return;
+        }
+        self->readBody();
+      });
 }
 
 template <class Stream>
@@ -398,7 +489,7 @@ void GatewaySession<Stream>::onBody(const error_code& error) {
   if (parser->chunked()) {
     // A chunked body takes the budget as it grows, without waiting (waiting while
     // holding a part could leave every reader waiting for the others).
-    const std::size_t size = parser->get().body().size;
+    const std::size_t size = body.size;
     if (size > heldBytes) {
       if (!core->budget.tryAcquire(size - heldBytes)) {
         refuseRead(503, "The gateway is busy; try again later", Rejection::Busy);
@@ -415,12 +506,20 @@ void GatewaySession<Stream>::onBody(const error_code& error) {
 }
 
 template <class Stream>
+boost::system::error_code GatewaySession<Stream>::endOfStream(const error_code& error) {
+  if (error != asio::error::eof) return error;
+  // Before any byte of a request: the client left between requests. Within one: the
+  // parser tells whether the request is cut short.
+  if (!parser->got_some()) return http::error::end_of_stream;
+  error_code ended;
+  parser->put_eof(ended);
+  return ended ? ended : error_code(http::error::partial_message);
+}
+
+template <class Stream>
 void GatewaySession<Stream>::onReadFailure(const error_code& error, bool inBody) {
   if (closed) return;
-  if (error == beast::error::timeout) {
-    core->metrics.rejected(inBody ? Rejection::BodyTimeout : Rejection::HeaderTimeout);
-    shutdownNow();
-  } else if (error == http::error::header_limit) {
+  if (error == http::error::header_limit) {
     refuseRead(431,
                "Request header exceeds the limit of " +
                    std::to_string(HttpGatewayOptions::kMaxHeaderBytes) + " bytes",
@@ -454,8 +553,12 @@ void GatewaySession<Stream>::refuseRead(int status, const std::string& text,
   if (headerRead && !slots.empty() && !slots.back().ready) {
     slot = &slots.back();
   } else {
-    slot = &pushSlot(false);
-    if (parser && parser->get().version() != 0) slot->version = parser->get().version();
+    slot = pushSlot(false);
+    if (slot == nullptr) {
+      shutdownNow();
+      return;
+    }
+    if (parser) slot->version = head.version;
   }
   parser.reset();
   releaseHeld();
@@ -467,44 +570,49 @@ void GatewaySession<Stream>::refuseRead(int status, const std::string& text,
 template <class Stream>
 void GatewaySession<Stream>::dispatch() {
   reading = Reading::None;
-  auto request = parser->release();
   parser.reset();
   Slot& slot = slots.back();
-  const std::uint64_t sequence = slot.sequence;
-  std::string contentType(request[http::field::content_type]);
-  if (contentType.empty()) contentType = kJson;
-
   slot.delivering = true;
   slot.deadline = Clock::now() + core->options.deliveryTimeout;
   watchDeliveries();
 
-  const std::size_t held = heldBytes;
-  heldBytes = 0;  // the worker gives it back once the delivery is over
-  core->workers().post([self = this->shared_from_this(), sequence, held,
-                        contentType = std::move(contentType), address = slot.address,
-                        deadline = slot.deadline, body = std::move(request.body())]() mutable {
-    DeliveryAnswer delivered = self->core->deliver(contentType, std::move(body), address, deadline);
-    if (held >= kLargeBody) giveBackFreedMemory();
-    if (held > 0) self->core->budget.release(held);
-    self->core->postBack(self->stream.get_executor(),
-                         [self, sequence, delivered = std::move(delivered)]() mutable {
-                           self->onDelivered(sequence, std::move(delivered));
-                         });
-  });
+  Delivery delivery;
+  delivery.client = this->shared_from_this();
+  delivery.loop = &loop;
+  delivery.sequence = slot.sequence;
+  delivery.heldBytes = heldBytes;
+  heldBytes = 0;  // given back once the delivery is over
+  if (head.contentType.empty()) {
+    delivery.contentType.assign(kJson);
+  } else {
+    delivery.contentType.swap(head.contentType);
+  }
+  delivery.address = slot.address;
+  delivery.deadline = slot.deadline;
+  delivery.body = std::move(body);
+  core->deliveries.submit(std::move(delivery));
   maybeRead();
 }
 
 // ---- answers ------------------------------------------------------------------------
 
 template <class Stream>
-typename GatewaySession<Stream>::Slot& GatewaySession<Stream>::pushSlot(bool inFlight) {
-  slots.emplace_back();
-  Slot& slot = slots.back();
+typename GatewaySession<Stream>::Slot* GatewaySession<Stream>::pushSlot(bool inFlight) {
+  if (slots.full()) return nullptr;
+  Slot& slot = slots.push();
   slot.sequence = nextSequence++;
+  slot.version = 11;
+  slot.keepAlive = true;
+  slot.close = false;
+  slot.ready = false;
+  slot.delivering = false;
+  slot.keptAlive = false;
   slot.started = Clock::now();
+  slot.address.clear();
+  slot.extraFields.clear();
   slot.inFlight = inFlight;
   if (inFlight) core->metrics.requestsInFlight.increment();
-  return slot;
+  return &slot;
 }
 
 template <class Stream>
@@ -515,14 +623,11 @@ typename GatewaySession<Stream>::Slot* GatewaySession<Stream>::find(std::uint64_
 }
 
 template <class Stream>
-void GatewaySession<Stream>::answer(Slot& slot, int status, const std::string& contentType,
+void GatewaySession<Stream>::answer(Slot& slot, int status, std::string_view contentType,
                                     common::DataBuffer&& body, bool close) {
-  slot.response.result(static_cast<unsigned>(status));
-  slot.response.version(slot.version);
-  slot.response.set(http::field::server, kServerName);
-  slot.response.set(http::field::content_type, contentType);
-  slot.response.body() = std::move(body);
-  slot.response.prepare_payload();
+  slot.status = status;
+  slot.contentType.assign(contentType.data(), contentType.size());
+  slot.body = std::move(body);
   slot.close = slot.close || close;
   slot.ready = true;
   slot.delivering = false;
@@ -535,7 +640,7 @@ template <class Stream>
 void GatewaySession<Stream>::answerError(Slot& slot, int status, const std::string& text,
                                          bool close) {
   answer(slot, status, kJson, common::DataBuffer(transport::errorBody(text)), close);
-  if (status == 503 && close) slot.response.set(http::field::retry_after, "1");
+  if (status == 503 && close) slot.extraFields.append("Retry-After: 1\r\n");
 }
 
 template <class Stream>
@@ -567,7 +672,20 @@ void GatewaySession<Stream>::answerLocally(Slot& slot, int kind) {
 }
 
 template <class Stream>
-void GatewaySession<Stream>::onDelivered(std::uint64_t sequence, DeliveryAnswer delivered) {
+void GatewaySession<Stream>::delivered(std::uint64_t sequence, DeliveryAnswer&& answer) {
+  onDelivered(sequence, std::move(answer));
+}
+
+template <class Stream>
+void GatewaySession<Stream>::deliveredElsewhere(std::uint64_t sequence, DeliveryAnswer&& answer) {
+  core->postBack(loop.get_executor(),
+                 [self = this->shared_from_this(), sequence, answer = std::move(answer)]() mutable {
+                   self->onDelivered(sequence, std::move(answer));
+                 });
+}
+
+template <class Stream>
+void GatewaySession<Stream>::onDelivered(std::uint64_t sequence, DeliveryAnswer&& delivered) {
   Slot* slot = find(sequence);
   if (closed || slot == nullptr || slot->ready) return;  // answered 504 before, or gone
   answer(*slot, delivered.status, delivered.contentType, std::move(delivered.body), false);
@@ -577,9 +695,10 @@ void GatewaySession<Stream>::onDelivered(std::uint64_t sequence, DeliveryAnswer 
 template <class Stream>
 void GatewaySession<Stream>::watchDeliveries() {
   if (deliveryTimerArmed || closed) return;
-  for (const Slot& slot : slots) {
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    const Slot& slot = slots[i];
     if (!slot.delivering) continue;
-    if (!deliveryTimer) deliveryTimer.emplace(stream.get_executor());
+    if (!deliveryTimer) deliveryTimer.emplace(loop);
     deliveryTimer->expires_at(slot.deadline);
     deliveryTimerArmed = true;
     deliveryTimer->async_wait([self = this->shared_from_this()](const error_code& error) {
@@ -595,9 +714,12 @@ void GatewaySession<Stream>::onDeliveryTimer(const error_code& error) {
   if (error || closed) return;
   const Clock::time_point now = Clock::now();
   bool answered = false;
-  for (Slot& slot : slots) {
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    Slot& slot = slots[i];
     if (!slot.delivering || slot.deadline > now) continue;
     core->metrics.rejected(Rejection::DeliveryTimeout);
+    // Still waiting for its turn: it will not be delivered at all.
+    core->deliveries.withdraw(this, slot.sequence);
     const transport::FailureAnswer late =
         transport::timedOutAnswer(slot.address, core->options.deliveryTimeout);
     answerError(slot, late.status, late.text, false);
@@ -614,27 +736,56 @@ void GatewaySession<Stream>::writeNext() {
   if (closed || writing || slots.empty() || !slots.front().ready) return;
   Slot& slot = slots.front();
   // While draining, the last answer due closes the connection.
-  const bool lastWhileDraining =
-      core->draining.load() && slots.size() == 1 && reading == Reading::None;
+  const bool lastWhileDraining = core->draining.load(std::memory_order_relaxed) &&
+                                 slots.size() == 1 && reading == Reading::None;
   const bool keepAlive = slot.keepAlive && !slot.close && !lastWhileDraining;
-  slot.response.keep_alive(keepAlive);
+  slot.keptAlive = keepAlive;
   if (!keepAlive) closing = true;
   writing = true;
-  beast::get_lowest_layer(stream).expires_after(core->options.bodyTimeout);
-  http::async_write(stream, slot.response,
-                    [self = this->shared_from_this()](const error_code& error, std::size_t) {
-                      self->onWrite(error);
-                    });
+  answerHead.clear();
+  appendResponseHead(answerHead, slot.version, slot.status, slot.contentType, slot.body.size,
+                     keepAlive, slot.extraFields);
+  auto done = [self = this->shared_from_this()](const error_code& error, std::size_t) {
+    self->onWrite(error);
+  };
+  if (kTls && slot.body.size <= kJoinedTlsBody) {
+    answerHead.append(slot.body.view());
+    watchWrite(Clock::now() + core->options.bodyTimeout);
+    asio::async_write(stream, asio::buffer(answerHead), std::move(done));
+    return;
+  }
+  std::array<asio::const_buffer, 2> pieces = {asio::buffer(answerHead),
+                                              asio::buffer(slot.body.data, slot.body.size)};
+  if constexpr (!kTls) {
+    // An answer that fits the socket's send buffer (nearly all do) is written at once:
+    // no asynchronous round, no handler. The rest, if any, follows when the socket can
+    // take it.
+    error_code error;
+    const std::size_t sent = socket().write_some(pieces, error);
+    if (error != asio::error::would_block && error != asio::error::try_again &&
+        (error || sent == answerHead.size() + slot.body.size)) {
+      onWrite(error);
+      return;
+    }
+    if (sent >= pieces[0].size()) {
+      pieces[1] += sent - pieces[0].size();
+      pieces[0] = asio::const_buffer();
+    } else {
+      pieces[0] += sent;
+    }
+  }
+  watchWrite(Clock::now() + core->options.bodyTimeout);
+  asio::async_write(stream, pieces, std::move(done));
 }
 
 template <class Stream>
 void GatewaySession<Stream>::onWrite(const error_code& error) {
   writing = false;
-  const bool keepAlive = slots.front().response.keep_alive();
+  writeDeadline = Clock::time_point::max();
+  const bool keepAlive = slots.front().keptAlive;
   if (slots.front().inFlight) core->metrics.requestsInFlight.decrement();
-  slots.pop_front();
+  slots.pop();
   if (error) {
-    if (error == beast::error::timeout) core->metrics.rejected(Rejection::BodyTimeout);
     shutdownNow();
     return;
   }
@@ -649,17 +800,16 @@ void GatewaySession<Stream>::onWrite(const error_code& error) {
 
 template <class Stream>
 void GatewaySession<Stream>::sendContinue() {
-  const auto& request = parser->get();
-  const auto expect = request[http::field::expect];
-  if (writing || slots.size() != 1 || !beast::iequals(expect, "100-continue")) return;
-  static const std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
+  if (writing || slots.size() != 1 || !head.expectContinue) return;
+  static constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
   // Written before the body is read; nothing else is being written (checked above), and
   // the body read that follows does not write.
   writing = true;
-  beast::get_lowest_layer(stream).expires_after(core->options.bodyTimeout);
+  watchWrite(Clock::now() + core->options.bodyTimeout);
   asio::async_write(stream, asio::buffer(kContinue.data(), kContinue.size()),
                     [self = this->shared_from_this()](const error_code& error, std::size_t) {
                       self->writing = false;
+                      self->writeDeadline = Clock::time_point::max();
                       if (error) {
                         self->shutdownNow();
                         return;
@@ -675,14 +825,14 @@ void GatewaySession<Stream>::linger() {
   releaseHeld();
   parser.reset();
   buffer.consume(buffer.size());
-  beast::get_lowest_layer(stream).expires_after(
-      std::min<std::chrono::milliseconds>(kLinger, core->options.bodyTimeout));
+  watchRead(Expiry::Linger,
+            Clock::now() + std::min<std::chrono::milliseconds>(kLinger, core->options.bodyTimeout));
   reading = Reading::Idle;
   if constexpr (kTls) {
     // close_notify tells the client that the answer is complete; the shutdown ends
     // when the client answers it or leaves (or the deadline passes).
-    stream.async_shutdown([self = this->shared_from_this()](const error_code& error) {
-      if (self->closed || error == beast::error::timeout) {
+    stream.async_shutdown([self = this->shared_from_this()](const error_code&) {
+      if (self->closed) {
         self->shutdownNow();
         return;
       }
@@ -697,15 +847,15 @@ template <class Stream>
 void GatewaySession<Stream>::dropUntilEnd() {
   // What the client still sends is read from the socket and dropped (as bytes, also on
   // a TLS connection), so that it reads its answer instead of a reset.
-  closeSending(beast::get_lowest_layer(stream));
+  error_code ignored;
+  socket().shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
   buffer.consume(buffer.size());
   reading = Reading::Idle;
-  beast::get_lowest_layer(stream).async_read_some(
-      buffer.prepare(4096),
-      [self = this->shared_from_this()](const error_code& error, std::size_t bytes) {
-        self->buffer.commit(bytes);
-        self->onLinger(error);
-      });
+  socket().async_read_some(buffer.prepare(4096), [self = this->shared_from_this()](
+                                                     const error_code& error, std::size_t bytes) {
+    self->buffer.commit(bytes);
+    self->onLinger(error);
+  });
 }
 
 template <class Stream>
@@ -726,10 +876,14 @@ void GatewaySession<Stream>::shutdownNow() {
   if (reading == Reading::Budget && core->budget.cancel(waitId)) reading = Reading::None;
   if (budgetTimer) budgetTimer->cancel();
   if (deliveryTimer) deliveryTimer->cancel();
-  for (Slot& slot : slots) {
+  deadlineTimer.cancel();
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    Slot& slot = slots[i];
+    if (slot.delivering) core->deliveries.withdraw(this, slot.sequence);
     slot.delivering = false;
   }
-  beast::get_lowest_layer(stream).close();
+  error_code ignored;
+  socket().close(ignored);
 }
 
 template <class Stream>

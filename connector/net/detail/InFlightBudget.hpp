@@ -8,10 +8,14 @@
 //   ...
 //   budget.release(length);
 //
+// While nobody waits, taking and giving back are a compare-and-swap on one counter; the
+// lock is taken only to queue a waiter, to grant waiters, or to withdraw one.
+//
 // Thread-safety: every operation may be called from any thread; grants are called
 // outside the lock, on the thread that acquires or releases.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -27,7 +31,7 @@ class InFlightBudget {
 
   // Takes `bytes` and calls `granted` at once when they fit (and nobody waits before);
   // otherwise queues the request under `id` and calls `granted` when a release makes
-  // room. Returns true when granted at once.
+  // room. Returns true when granted without being queued.
   bool acquire(std::size_t bytes, std::uint64_t id, std::function<void()> granted);
 
   // Takes `bytes` only when they fit now (never waits). Returns whether taken.
@@ -49,13 +53,15 @@ class InFlightBudget {
     std::function<void()> granted;
   };
 
-  bool fits(std::size_t bytes) const { return used == 0 || used + bytes <= limit; }
+  // Takes `bytes` when they fit now; with the counter alone.
+  bool take(std::size_t bytes) noexcept;
   // Takes the waiting requests that fit now, in order. Caller holds mutex.
   std::vector<std::function<void()>> takeFitting();
 
   const std::size_t limit;
+  std::atomic<std::size_t> used{0};
+  std::atomic<std::size_t> waiting{0};  // waiters.size(), also read without the lock
   mutable std::mutex mutex;
-  std::size_t used = 0;        // guarded by mutex
   std::deque<Waiter> waiters;  // guarded by mutex
 };
 

@@ -7,57 +7,72 @@ namespace connector::net::detail {
 
 namespace {
 
-// The decoded path of a request target ("/shop%2FReserveItem?x" -> "/shop/ReserveItem");
-// false for a malformed one.
-bool targetPath(std::string_view target, std::string& path) {
-  path.assign(target.substr(0, target.find_first_of("?#")));
-  if (path.find('%') == std::string::npos && !path.empty() && path[0] == '/') return true;
-  try {
-    path = Poco::URI(std::string(target)).getPath();
-    return true;
-  } catch (const Poco::Exception&) {
-    return false;
-  }
+// The path of a request target without its query or fragment.
+std::string_view rawPath(std::string_view target) {
+  return target.substr(0, target.find_first_of("?#"));
 }
 
-RequestRoute refuse(int status, std::string text, std::string allow = {}) {
-  RequestRoute route;
+void refuse(RequestRoute& route, int status, std::string text, std::string_view allow = {}) {
   route.kind = RequestRoute::Refuse;
   route.status = status;
   route.text = std::move(text);
-  route.allow = std::move(allow);
-  return route;
+  route.allow.assign(allow.data(), allow.size());
 }
 
-RequestRoute onlyGet(std::string_view method, const std::string& path, RequestRoute::Kind kind) {
+void onlyGet(std::string_view method, std::string_view path, RequestRoute::Kind kind,
+             RequestRoute& route) {
   if (method != "GET") {
-    return refuse(405, "Method " + std::string(method) + " is not allowed on " + path + "; use GET",
-                  "GET");
+    refuse(
+        route, 405,
+        "Method " + std::string(method) + " is not allowed on " + std::string(path) + "; use GET",
+        "GET");
+    return;
   }
-  RequestRoute route;
   route.kind = kind;
-  return route;
+}
+
+void routePath(std::string_view method, std::string_view path, RequestRoute& route) {
+  if (path.empty() || path == "/") {
+    onlyGet(method, "/", RequestRoute::ListAddresses, route);
+  } else if (path == kHealthPath) {
+    onlyGet(method, path, RequestRoute::Health, route);
+  } else if (path == kMetricsPath) {
+    onlyGet(method, path, RequestRoute::Metrics, route);
+  } else if (path == kSchemasPath) {
+    onlyGet(method, path, RequestRoute::Schemas, route);
+  } else if (method != "POST") {
+    refuse(
+        route, 405,
+        "Method " + std::string(method) + " is not allowed on " + std::string(path) + "; use POST",
+        "POST");
+  } else {
+    route.kind = RequestRoute::Deliver;
+    route.address.assign(path.data() + 1, path.size() - 1);
+  }
 }
 
 }  // namespace
 
-RequestRoute routeRequest(std::string_view method, std::string_view target) {
-  std::string path;
-  if (!targetPath(target, path)) {
-    return refuse(400, "Malformed request target '" + std::string(target) + "'");
+void routeRequest(std::string_view method, std::string_view target, RequestRoute& route) {
+  route.kind = RequestRoute::Refuse;
+  route.address.clear();
+  route.status = 0;
+  route.text.clear();
+  route.allow.clear();
+  route.challenge = false;
+  const std::string_view path = rawPath(target);
+  if (path.find('%') == std::string_view::npos && !path.empty() && path[0] == '/') {
+    routePath(method, path, route);
+    return;
   }
-  if (path.empty() || path == "/") return onlyGet(method, "/", RequestRoute::ListAddresses);
-  if (path == kHealthPath) return onlyGet(method, path, RequestRoute::Health);
-  if (path == kMetricsPath) return onlyGet(method, path, RequestRoute::Metrics);
-  if (path == kSchemasPath) return onlyGet(method, path, RequestRoute::Schemas);
-  if (method != "POST") {
-    return refuse(
-        405, "Method " + std::string(method) + " is not allowed on " + path + "; use POST", "POST");
+  std::string decoded;
+  try {
+    decoded = Poco::URI(std::string(target)).getPath();
+  } catch (const Poco::Exception&) {
+    refuse(route, 400, "Malformed request target '" + std::string(target) + "'");
+    return;
   }
-  RequestRoute route;
-  route.kind = RequestRoute::Deliver;
-  route.address = path.substr(1);
-  return route;
+  routePath(method, decoded, route);
 }
 
 }  // namespace connector::net::detail

@@ -1,13 +1,17 @@
 // detail::routeRequest: what the gateway does with a request, decided from its method
 // and target alone, before any body is read. Private to connector/net.
 //
-//   RequestRoute route = routeRequest("POST", "/shop%2FReserveItem");
+//   RequestRoute route;
+//   routeRequest("POST", "/shop%2FReserveItem", route);
 //   // route.kind == RequestRoute::Deliver, route.address == "shop/ReserveItem"
 //
 // Paths: "/" lists the bound addresses (GET), "/healthz", "/metrics" and "/schemas" are
 // reserved (GET), every other path names an address (POST). Any other method is refused 405
 // with the Allow header naming the one that is allowed; a target that cannot be decoded
 // is refused 400.
+//
+// The route's strings keep their storage from one request to the next: a target without
+// percent-encoding allocates nothing once they have grown.
 //
 // Thread-safety: a plain function.
 #pragma once
@@ -31,6 +35,7 @@ struct RequestRoute {
   bool challenge = false;  // Refuse 401: the answer asks for a bearer token
 };
 
-RequestRoute routeRequest(std::string_view method, std::string_view target);
+// Fills `route` for a request with this method and target.
+void routeRequest(std::string_view method, std::string_view target, RequestRoute& route);
 
 }  // namespace connector::net::detail
