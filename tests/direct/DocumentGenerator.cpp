@@ -338,10 +338,12 @@ void DocumentGenerator::value(const Poco::JSON::Object& schema, std::string& out
 }
 
 std::string DocumentGenerator::boundedNumber(const Poco::JSON::Object& schema) {
-  if (!schema.has("minimum") && !schema.has("maximum")) return number();
-  const double low = schema.has("minimum") ? schema.get("minimum").convert<double>()
-                                           : -std::numeric_limits<double>::max();
-  const double high = schema.has("maximum") ? schema.get("maximum").convert<double>()
+  const char* lowBound = schema.has("minimum") ? "minimum" : "exclusiveMinimum";
+  const char* highBound = schema.has("maximum") ? "maximum" : "exclusiveMaximum";
+  if (!schema.has(lowBound) && !schema.has(highBound)) return number();
+  const double low = schema.has(lowBound) ? schema.get(lowBound).convert<double>()
+                                          : -std::numeric_limits<double>::max();
+  const double high = schema.has(highBound) ? schema.get(highBound).convert<double>()
                                             : std::numeric_limits<double>::max();
   for (int tries = 0; tries < 20; ++tries) {
     const std::string text = number();

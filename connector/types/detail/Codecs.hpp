@@ -175,9 +175,13 @@ struct IntegerCodec {
   }
 };
 
-// float and double: any JSON number; a float member refuses a number beyond float's
-// range. Infinities and NaN are refused when writing, as JSON has no text for them.
-// With rules: bounds, compared with the number as the parser read it.
+// The magnitude from which a double rounds to an infinity as a float: 2^128 - 2^103,
+// half a unit past the largest float.
+inline constexpr double kFloatOverflow = 3.4028235677973366e38;
+
+// float and double: any JSON number; a float member refuses a number that would round to
+// an infinity (from kFloatOverflow on). Infinities and NaN are refused when writing, as JSON has no
+// text for them. With rules: bounds, compared with the number as the parser read it.
 template <typename F>
 struct FloatingCodec {
   using Value = F;
@@ -209,9 +213,8 @@ struct FloatingCodec {
   SchemaPtr schema() const {
     SchemaPtr schema = typeSchema("number");
     if constexpr (std::is_same_v<F, float>) {
-      constexpr double kLargest = static_cast<double>(std::numeric_limits<float>::max());
-      schema->set("minimum", -kLargest);
-      schema->set("maximum", kLargest);
+      schema->set("exclusiveMinimum", -kFloatOverflow);
+      schema->set("exclusiveMaximum", kFloatOverflow);
     }
     if (rules) rules->annotateNumber(*schema);
     return schema;
@@ -225,9 +228,7 @@ struct FloatingCodec {
  private:
   void take(double number, F& out) const {
     if constexpr (std::is_same_v<F, float>) {
-      if (std::fabs(number) > static_cast<double>(std::numeric_limits<float>::max())) {
-        throwOutOfRange(number);
-      }
+      if (std::fabs(number) >= kFloatOverflow) throwOutOfRange(number);
     }
     if (rules) rules->checkNumber(number);
     out = static_cast<F>(number);
