@@ -28,12 +28,21 @@
 // Schema: the whole wire object, "type" included (required, "const" the type's name);
 // integer members carry "minimum" and "maximum" of their type, enums "enum" with their
 // names, optionals allow absence and null, and "additionalProperties": false comes exactly
-// when rejectUnknownMembers() was called. A document validates against it exactly when
-// the reader accepts it, except that: an integer written with a fraction or an exponent
-// (1.0, 1e2) is an integer to JSON Schema but refused by the reader ("expected an integer,
-// got a number"); the JSON parser refuses integer literals outside [-2^63, 2^64-1]
-// wherever they stand, even where a schema allows any number; and it reads
-// -9223372036854775809 as -9223372036854775808 (so an int64_t member takes it).
+// when rejectUnknownMembers() was called; the options and newer kinds add theirs (quoted
+// integers: "type":["integer","string"] with a pattern of exactly the digits in range;
+// times: "format":"date-time" and a pattern; durations and bytes: a pattern, bytes also
+// "contentEncoding":"base64"; sets "uniqueItems"; arrays minItems = maxItems; variants
+// "oneOf" with each tag's "const"; aliases a property each, "one of the two" where
+// required and "not both"; defaulted members "default"; floats exclusive bounds at the
+// point where they would round to an infinity). A document validates against it exactly
+// when the reader accepts it, except that: an integer written with a fraction or an
+// exponent (1.0, 1e2) is an integer to JSON Schema but refused by the reader ("expected
+// an integer, got a number"); the JSON parser refuses integer literals outside [-2^63,
+// 2^64-1] wherever they stand, even where a schema allows any number; it reads
+// -9223372036854775809 as -9223372036854775808 (so an int64_t member takes it); a time or
+// duration beyond what its type holds matches its pattern; and a validator whose "$"
+// also matches before a final line feed (Python's) accepts such a string where the reader
+// (ECMAScript's "$") does not.
 //
 // Thread-safety: declare on one thread; afterwards the const operations, and the
 // converters they hand out, may run on any number of threads at once. The converters
