@@ -89,7 +89,7 @@ Poco::Dynamic::Var keptValue(const std::string& text) {
   try {
     Poco::JSON::Parser parser;
     const Poco::Dynamic::Var root = parser.parse("[" + text + "]");
-    const auto array = root.extract<Poco::JSON::Array::Ptr>();
+    const auto& array = root.extract<Poco::JSON::Array::Ptr>();
     if (!array.isNull() && array->size() == 1) return array->get(0);
   } catch (const Poco::Exception&) {
   }

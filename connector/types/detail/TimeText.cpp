@@ -184,7 +184,7 @@ TextReading readTimePoint(std::string_view text, Nanoseconds& nanoseconds) {
         !number(text, at + 4, 2, offsetMinutes) || offsetHours > 23 || offsetMinutes > 59) {
       return TextReading::NotThisForm;
     }
-    offset = (offsetHours * 60 + offsetMinutes) * 60;
+    offset = static_cast<std::int64_t>(offsetHours * 60 + offsetMinutes) * 60;
     if (text[at] == '-') offset = -offset;
     at += 6;
   } else {
@@ -192,8 +192,9 @@ TextReading readTimePoint(std::string_view text, Nanoseconds& nanoseconds) {
   }
   if (at != text.size()) return TextReading::NotThisForm;
   if (reading == TextReading::OutOfRange) return reading;
-  const std::int64_t seconds = daysFromCivil(year, month, day) * kSecondsPerDay + hour * 3600 +
-                               minute * 60 + second - offset;
+  const std::int64_t seconds = daysFromCivil(year, month, day) * kSecondsPerDay +
+                               std::int64_t{hour} * 3600 + std::int64_t{minute} * 60 + second -
+                               offset;
   nanoseconds = static_cast<Nanoseconds>(seconds) * kNanosPerSecond + nanos;
   return TextReading::Read;
 }
