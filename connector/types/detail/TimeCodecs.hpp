@@ -23,6 +23,7 @@
 #include <Poco/JSON/Object.h>
 
 #include "connector/serializer/detail/DirectReader.hpp"
+#include "connector/types/detail/Codecs.hpp"
 #include "connector/types/detail/SchemaParts.hpp"
 #include "connector/types/detail/TimeText.hpp"
 #include "connector/types/detail/ValueKinds.hpp"
