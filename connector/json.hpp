@@ -56,5 +56,8 @@
 
 // Message types declared once: converters and JSON Schema from one declaration.
 #include "connector/types/Enum.hpp"
+#include "connector/types/Field.hpp"
 #include "connector/types/MessageType.hpp"
 #include "connector/types/Struct.hpp"
+#include "connector/types/UnknownMembers.hpp"
+#include "connector/types/Variant.hpp"

@@ -5,7 +5,10 @@
 // exception type and text, and the same log records), and a message read must be
 // written to the same bytes by all four serializing operations.
 //
-//   byte 0   bits 0-1: the type (Order, AllKinds, an object of anything, numbers)
+//   byte 0   bits 0-1: the type (Order, AllKinds, an object of anything, numbers);
+//            bit 5 set: Shipment instead (every member option and newer member kind:
+//            quoted integers, bounds, patterns, times, durations, bytes, sets, arrays,
+//            unordered maps, tagged unions, kept unknown members)
 //            bit 2: read by name instead of by "type"
 //            bits 3-4: one buffer, one buffer with room after it, chunks of (byte 1 + 1)
 //            bytes, or those chunks and then a failure
@@ -24,6 +27,7 @@
 #include "support/DirectDifferential.hpp"
 #include "support/StagedPublisher.hpp"
 #include "types/DeclaredOrder.hpp"
+#include "types/DeclaredShipment.hpp"
 
 namespace {
 
@@ -50,9 +54,12 @@ struct Declared {
     both.declare(types.allKinds);
     both.declare(*anything);
     both.declare(*numbers);
-    names = {types.order.name(), types.allKinds.name(), anything->name(), numbers->name()};
+    both.declare(shipments.shipment);
+    names = {types.order.name(), types.allKinds.name(), anything->name(), numbers->name(),
+             shipments.shipment.name()};
   }
   typestest::OrderTypes types;
+  typestest::ShipmentTypes shipments;
   std::unique_ptr<json::MessageType<Anything>> anything;
   std::unique_ptr<json::MessageType<Numbers>> numbers;
   DirectDifferential both;
@@ -74,7 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t header = data[0];
   const std::size_t chunk = static_cast<std::size_t>(data[1]) + 1;
   const std::string document(reinterpret_cast<const char*>(data + 2), size - 2);
-  const std::string& name = declared.names[header & 3U];
+  const std::string& name = declared.names[(header & 32U) != 0 ? 4 : header & 3U];
   const std::string* byName = (header & 4U) != 0 ? &name : nullptr;
 
   BytePublisherFactory publish;

@@ -1,7 +1,10 @@
 // Declared message types (json::MessageType) against converters written by hand with Poco
 // for the same types, both directions, in the same run: the shop's "shop/ReserveItem" and
-// "shop/Reservation", and the nested Order (a vector of structs, an optional, an enum, a
-// map). Each iteration runs a batch of each side alternately on the same input:
+// "shop/Reservation", the nested Order (a vector of structs, an optional, an enum, a
+// map), and a Shipment of the newer member kinds (a quoted id, a time point, a duration,
+// bytes, a set, an array, an unordered map of quoted integers, a tagged union; its
+// hand-written side uses Poco's date and base64 classes, see HandWrittenShipment.hpp). Each
+// iteration runs a batch of each side alternately on the same input:
 //   - Write/<type>: message to Poco::JSON::Object (the serializer converter);
 //   - Read/<type>: the object Poco's parser made of the wire text, back to a message
 //     (the deserializer converter), the declared side checking every reading rule.
@@ -9,6 +12,7 @@
 // its median over iterations (goal <= 1.05).
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -19,6 +23,7 @@
 #include <connector/json.hpp>
 
 #include "HandWrittenConverters.hpp"
+#include "HandWrittenShipment.hpp"
 #include "foundation/PairedTiming.hpp"
 #include "shop/ShopMessages.hpp"
 #include "shop/ShopTypes.hpp"
@@ -50,6 +55,44 @@ connector::json::MessageType<handwritten::Order> declaredOrder() {
       .field("priority", &Order::priority, priority)
       .field("weights", &Order::weights);
   return order;
+}
+
+// The shipment of the newer member kinds, declared once (the same class as the
+// hand-written side uses).
+connector::json::MessageType<handwritten::Shipment> declaredShipment() {
+  using handwritten::Circle;
+  using handwritten::Shape;
+  using handwritten::Shipment;
+  using handwritten::Square;
+  namespace json = connector::json;
+  const auto shape =
+      json::Variant<Shape>("kind")
+          .alternative("circle", json::Struct<Circle>().field("radius", &Circle::radius))
+          .alternative("square", json::Struct<Square>().field("side", &Square::side));
+  json::MessageType<Shipment> shipment("bench/Shipment");
+  shipment.field("id", &Shipment::id, json::Field().quoted())
+      .field("shippedAt", &Shipment::shippedAt)
+      .field("timeout", &Shipment::timeout)
+      .field("payload", &Shipment::payload)
+      .field("tags", &Shipment::tags)
+      .field("position", &Shipment::position)
+      .field("counters", &Shipment::counters, json::Field().quoted())
+      .field("shape", &Shipment::shape, shape);
+  return shipment;
+}
+
+MessagePtr sampleShipment() {
+  using namespace std::chrono;
+  auto shipment = std::make_unique<handwritten::Shipment>();
+  shipment->id = 9007199254740993U;
+  shipment->shippedAt = system_clock::time_point(seconds(1795461378) + milliseconds(250));
+  shipment->timeout = milliseconds(1500);
+  for (int i = 0; i < 48; ++i) shipment->payload.push_back(static_cast<std::byte>(i * 5));
+  shipment->tags = {"fragile", "urgent", "insured"};
+  shipment->position = {1.5, -2.25, 0};
+  shipment->counters = {{"scans", 9007199254740993}, {"drops", -1}, {"stops", 4}};
+  shipment->shape = handwritten::Square{1.5};
+  return shipment;
 }
 
 MessagePtr sampleOrder() {
@@ -143,6 +186,14 @@ void ReadOrder(benchmark::State& state) {
        sampleOrder);
 }
 
+void WriteShipment(benchmark::State& state) {
+  Write(state, declaredShipment().serializer(), handwritten::shipmentToJson, sampleShipment);
+}
+void ReadShipment(benchmark::State& state) {
+  Read(state, declaredShipment().serializer(), declaredShipment().deserializer(),
+       handwritten::shipmentFromJson, sampleShipment);
+}
+
 }  // namespace
 
 BENCHMARK(WriteReserveItem)->Name("Write/shop_ReserveItem");
@@ -151,5 +202,7 @@ BENCHMARK(WriteReservation)->Name("Write/shop_Reservation");
 BENCHMARK(ReadReservation)->Name("Read/shop_Reservation");
 BENCHMARK(WriteOrder)->Name("Write/nested_Order");
 BENCHMARK(ReadOrder)->Name("Read/nested_Order");
+BENCHMARK(WriteShipment)->Name("Write/newer_kinds_Shipment");
+BENCHMARK(ReadShipment)->Name("Read/newer_kinds_Shipment");
 
 BENCHMARK_MAIN();

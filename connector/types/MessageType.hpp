@@ -16,9 +16,10 @@
 // DirectCodec.hpp): the same bytes, messages, exceptions and log records, many times
 // faster.
 //
-// Members, writing and reading follow json::Struct (Struct.hpp), with two additions: the
+// Members, options (Field.hpp), tagged unions (Variant.hpp), kept unknown members,
+// writing and reading follow json::Struct (Struct.hpp), with two additions: the
 // serializer adds the member "type" when writing, and "type" is never an unknown member
-// when reading. A reading error reaches the serializer as a Poco::DataFormatException
+// when reading (nor kept). A reading error reaches the serializer as a Poco::DataFormatException
 // whose message() is one of the texts listed in Struct.hpp, so deserialize(object) throws
 // std::invalid_argument "Parsing error for type 'shop/Order': member \"/items/0/quantity\":
 // 3000000000 is out of range", for instance. The streamed deserialize by "type" adds its
@@ -27,12 +28,21 @@
 // Schema: the whole wire object, "type" included (required, "const" the type's name);
 // integer members carry "minimum" and "maximum" of their type, enums "enum" with their
 // names, optionals allow absence and null, and "additionalProperties": false comes exactly
-// when rejectUnknownMembers() was called. A document validates against it exactly when
-// the reader accepts it, except that: an integer written with a fraction or an exponent
-// (1.0, 1e2) is an integer to JSON Schema but refused by the reader ("expected an integer,
-// got a number"); the JSON parser refuses integer literals outside [-2^63, 2^64-1]
-// wherever they stand, even where a schema allows any number; and it reads
-// -9223372036854775809 as -9223372036854775808 (so an int64_t member takes it).
+// when rejectUnknownMembers() was called; the options and newer kinds add theirs (quoted
+// integers: "type":["integer","string"] with a pattern of exactly the digits in range;
+// times: "format":"date-time" and a pattern; durations and bytes: a pattern, bytes also
+// "contentEncoding":"base64"; sets "uniqueItems"; arrays minItems = maxItems; variants
+// "oneOf" with each tag's "const"; aliases a property each, "one of the two" where
+// required and "not both"; defaulted members "default"; floats exclusive bounds at the
+// point where they would round to an infinity). A document validates against it exactly
+// when the reader accepts it, except that: an integer written with a fraction or an
+// exponent (1.0, 1e2) is an integer to JSON Schema but refused by the reader ("expected
+// an integer, got a number"); the JSON parser refuses integer literals outside [-2^63,
+// 2^64-1] wherever they stand, even where a schema allows any number; it reads
+// -9223372036854775809 as -9223372036854775808 (so an int64_t member takes it); a time or
+// duration beyond what its type holds matches its pattern; and a validator whose "$"
+// also matches before a final line feed (Python's) accepts such a string where the reader
+// (ECMAScript's "$") does not.
 //
 // Thread-safety: declare on one thread; afterwards the const operations, and the
 // converters they hand out, may run on any number of threads at once. The converters
@@ -55,7 +65,10 @@
 #include "connector/serializer/JsonSerializer.hpp"
 #include "connector/serializer/JsonSerializerImpl.hpp"
 #include "connector/types/Enum.hpp"
+#include "connector/types/Field.hpp"
 #include "connector/types/Struct.hpp"
+#include "connector/types/UnknownMembers.hpp"
+#include "connector/types/Variant.hpp"
 #include "connector/types/detail/Codecs.hpp"
 #include "connector/types/detail/DeclaredDirectCodec.hpp"
 #include "connector/types/detail/DescribedCodecs.hpp"
@@ -74,31 +87,47 @@ class MessageType {
   // A message type registered under typeName (e.g. "shop/Order").
   explicit MessageType(std::string typeName) : typeName(std::move(typeName)) {}
 
-  // Declares a member, as json::Struct::field. Throws std::invalid_argument
-  // "member \"<name>\" is declared twice", and "member \"type\" is reserved for the type
-  // name" (the serializer writes the type's name there).
+  // Declares a member, as json::Struct::field (options: see Field.hpp). Throws
+  // std::invalid_argument "member \"<name>\" is declared twice", "member \"type\" is
+  // reserved for the type name" (the serializer writes the type's name there; an alias
+  // "type" too) and `member "<name>": <option> does not apply to its type`.
   template <typename M, typename C>
   MessageType& field(std::string name, M C::*member) {
-    static_assert(std::is_base_of_v<C, T>, "the member belongs to another class");
-    refuseTypeMember(name);
-    members.template add<C>(std::move(name), member, detail::PlainCodec<M>{});
-    return *this;
+    return add<M, C>(std::move(name), member, detail::PlainCodec<M>{}, nullptr);
+  }
+  template <typename M, typename C>
+  MessageType& field(std::string name, M C::*member, const Field& options) {
+    return add<M, C>(std::move(name), member, detail::PlainCodec<M>{}, &options);
   }
 
   // The same for a member whose innermost type is described by `described`.
-  template <typename M, typename C, typename D>
+  template <typename M, typename C, typename D,
+            typename = std::enable_if_t<!std::is_same_v<D, Field>>>
   MessageType& field(std::string name, M C::*member, const D& described) {
-    static_assert(std::is_base_of_v<C, T>, "the member belongs to another class");
-    refuseTypeMember(name);
-    members.template add<C>(std::move(name), member,
-                            detail::DescribedCodecOf<M, D>::make(described));
-    return *this;
+    return add<M, C>(std::move(name), member, detail::DescribedCodecOf<M, D>::make(described),
+                     nullptr);
+  }
+  template <typename M, typename C, typename D>
+  MessageType& field(std::string name, M C::*member, const D& described, const Field& options) {
+    return add<M, C>(std::move(name), member, detail::DescribedCodecOf<M, D>::make(described),
+                     &options);
   }
 
   // Makes a member that is not declared (other than "type") a reading error; puts
-  // "additionalProperties": false in the schema.
-  MessageType& rejectUnknownMembers() noexcept {
+  // "additionalProperties": false in the schema. Throws std::invalid_argument "unknown
+  // members are either kept or refused, not both" after keepUnknownMembers.
+  MessageType& rejectUnknownMembers() {
     members.rejectUnknownMembers();
+    return *this;
+  }
+
+  // Keeps the members that are not declared (other than "type") in `into`, as
+  // json::Struct::keepUnknownMembers; a kept "type" is refused when writing like a
+  // declared name. Throws std::invalid_argument "unknown members are either kept or
+  // refused, not both" after rejectUnknownMembers.
+  template <typename C>
+  MessageType& keepUnknownMembers(UnknownMembers C::*into) {
+    members.keepUnknownMembers(into);
     return *this;
   }
 
@@ -139,7 +168,14 @@ class MessageType {
   }
 
   // JSON Schema (draft 2020-12) of the serialized form, "type" included.
-  Poco::JSON::Object::Ptr schema() const { return members.schema(&typeName, true); }
+  Poco::JSON::Object::Ptr schema() const {
+    detail::ObjectSchemaOptions options;
+    options.title = &typeName;
+    options.constName = &detail::typeMemberName();
+    options.constValue = &typeName;
+    options.withDraft = true;
+    return members.schema(options);
+  }
 
  private:
   using Description = std::shared_ptr<const detail::ObjectDescription<T>>;
@@ -156,7 +192,7 @@ class MessageType {
       const T& value =
           typeid(held) == typeid(T) ? static_cast<const T&>(held) : dynamic_cast<const T&>(held);
       try {
-        return declared->write(value);
+        return declared->write(value, &detail::typeMemberName());
       } catch (const detail::MemberError& e) {
         throw std::invalid_argument(e.message());
       }
@@ -169,7 +205,7 @@ class MessageType {
       if (object.isNull()) throw Poco::NullPointerException();
       auto message = std::make_unique<T>();
       try {
-        declared->read(*object, *message, true);
+        declared->read(*object, *message, &detail::typeMemberName());
       } catch (const detail::MemberError& e) {
         throw Poco::DataFormatException(e.message());
       }
@@ -177,8 +213,17 @@ class MessageType {
     };
   }
 
+  template <typename M, typename C, typename Codec>
+  MessageType& add(std::string name, M C::*member, Codec codec, const Field* options) {
+    static_assert(std::is_base_of_v<C, T>, "the member belongs to another class");
+    refuseTypeMember(name);
+    if (options != nullptr && options->aliasOf()) refuseTypeMember(*options->aliasOf());
+    members.template add<C>(std::move(name), member, std::move(codec), options);
+    return *this;
+  }
+
   static void refuseTypeMember(const std::string& name) {
-    if (name == "type") {
+    if (name == detail::typeMemberName()) {
       throw std::invalid_argument("member \"type\" is reserved for the type name");
     }
   }

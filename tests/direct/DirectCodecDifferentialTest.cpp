@@ -175,12 +175,14 @@ TEST_F(DirectCodecDifferentialTest, EveryTypeIsReadAndWrittenByItsDirectCodec) {
                                                      DirectDifferential::Write::SerializeToStream);
       const auto expectedText = DirectDifferential::write(
           *both.reference, expected.message, DirectDifferential::Write::SerializeToStream);
-      if (expectedText.failure.empty()) {  // not a float read as an infinity, say
+      if (expectedText.failure.empty()) {
         EXPECT_EQ(written.failure, "") << type.name;
         EXPECT_EQ(written.text, expectedText.text) << type.name;
       }
     }
-    EXPECT_GE(read, kTries / 2) << type.name;
+    // The larger a document, the likelier it holds one of the literals left to the
+    // converters (a type with every kind of member meets one in about half of them).
+    EXPECT_GE(read, kTries / 4) << type.name;
   }
 }
 

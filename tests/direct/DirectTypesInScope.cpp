@@ -3,6 +3,7 @@
 #include "corpus/CorpusTypes.hpp"
 #include "shop/ShopTypes.hpp"
 #include "types/DeclaredOrder.hpp"
+#include "types/DeclaredShipment.hpp"
 
 namespace connector::testing {
 
@@ -22,6 +23,7 @@ void add(DirectDifferential& both, std::vector<TypeInScope>& types,
 
 std::vector<TypeInScope> declareTypesInScope(DirectDifferential& both) {
   static const typestest::OrderTypes orderTypes;
+  static const typestest::ShipmentTypes shipmentTypes;
   std::vector<TypeInScope> types;
   const shop::ShopTypes& shopTypes = shop::shopTypes();
   add(both, types, shopTypes.reserveItem);
@@ -30,6 +32,7 @@ std::vector<TypeInScope> declareTypesInScope(DirectDifferential& both) {
   add(both, types, shopTypes.orderCancelled);
   add(both, types, orderTypes.order);
   add(both, types, orderTypes.allKinds);
+  add(both, types, shipmentTypes.shipment);
   const corpus::CorpusTypes& corpusTypes = corpus::corpusTypes();
   add(both, types, corpusTypes.twitter);
   add(both, types, corpusTypes.citmCatalog);

@@ -2,9 +2,13 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <regex>
+#include <typeinfo>
 #include <vector>
 
 #include <Poco/JSON/Array.h>
@@ -104,6 +108,39 @@ const char* const kBadStrings[] = {"\"\xff\"",     "\"\xc3\x28\"",   "\"\xed\xa0
                                    "\"\\x41\"",    "\"\x01\"",       "\"a\tb\"",
                                    "\"\\u12\"",    "\"\\u12G4\"",    "\"\xf4\x90\x80\x80\"",
                                    "\"\xc0\xaf\"", "\"unterminated", "'single'"};
+
+// Strings that are nearly a time, a duration, base64 or a quoted integer, quotes included.
+const char* const kNearlyTexts[] = {"\"2026-02-30T00:00:00Z\"",
+                                    "\"2026-11-23 19:16:18Z\"",
+                                    "\"2026-11-23T19:16:18\"",
+                                    "\"2026-11-23T24:00:00Z\"",
+                                    "\"2026-11-23T19:16:18.Z\"",
+                                    "\"2026-11-23T19:16:18+1:00\"",
+                                    "\"9999-12-31T23:59:59Z\"",
+                                    "\"1600-02-29T00:00:00Z\"",
+                                    "\"2024-02-29T23:59:60Z\"",
+                                    "\"2026-11-23T19:16:18.1234567891Z\"",
+                                    "\"1.5\"",
+                                    "\"1.2345678901s\"",
+                                    "\"1e3s\"",
+                                    "\".5s\"",
+                                    "\"99999999999999999999s\"",
+                                    "\"9223372037s\"",
+                                    "\"-0s\"",
+                                    "\"1.0001s\"",
+                                    "\"AAE\"",
+                                    "\"A===\"",
+                                    "\"AB=C\"",
+                                    "\"AB==\"",
+                                    "\"AR==\"",
+                                    "\"Zm9v!\"",
+                                    "\"01\"",
+                                    "\"-0\"",
+                                    "\"+1\"",
+                                    "\"1e3\"",
+                                    "\"99999999999999999999\"",
+                                    "\"-9223372036854775809\"",
+                                    "\"18446744073709551615\""};
 
 // Pieces of text: plain, escaped, non-ASCII (two-, three- and four-byte UTF-8).
 const char* const kTextPieces[] = {"LAMP-01",
@@ -256,6 +293,13 @@ void DocumentGenerator::value(const Poco::JSON::Object& schema, std::string& out
     } else {
       value(*choices->getObject(0), out, depth);
     }
+  } else if (schema.has("oneOf")) {  // a tagged union: one alternative's object
+    const auto choices = schema.getArray("oneOf");
+    object(*choices->getObject(static_cast<unsigned>(below(choices->size()))), out, depth + 1);
+  } else if (schema.get("type").isArray()) {  // a quoted integer: ["integer","string"]
+    std::string digits = integer(schema);
+    if (digits == "-0") digits = "0";
+    out += chance(0.5) ? "\"" + digits + "\"" : digits;
   } else {
     const std::string type = schema.getValue<std::string>("type");
     if (type == "boolean") {
@@ -263,22 +307,171 @@ void DocumentGenerator::value(const Poco::JSON::Object& schema, std::string& out
     } else if (type == "integer") {
       out += integer(schema);
     } else if (type == "number") {
-      out += number();
+      out += boundedNumber(schema);
     } else if (type == "string") {
-      out += "\"" + text() + "\"";
+      out += "\"" + string(schema) + "\"";
     } else if (type == "array") {
       out += '[';
-      const std::uint64_t count = depth > 6 ? 0 : below(5);
+      std::uint64_t count = depth > 6 ? 0 : below(5);
+      const bool unique = schema.has("uniqueItems");
+      if (unique) count = std::min<std::uint64_t>(count, 1);  // items equal once read are rare
+      if (schema.has("minItems")) {
+        count = std::max(count, schema.getValue<std::uint64_t>("minItems"));
+      }
+      if (schema.has("maxItems")) {
+        count = std::min(count, schema.getValue<std::uint64_t>("maxItems"));
+      }
+      std::string last;
       for (std::uint64_t i = 0; i < count; ++i) {
         if (i > 0) out += ',';
-        value(*schema.getObject("items"), out, depth + 1);
+        last.clear();
+        value(*schema.getObject("items"), last, depth + 1);
+        out += last;
       }
+      if (unique && count > 0 && mutate > 0 && chance(mutate * 4)) out += "," + last;  // repeated
       out += ']';
     } else {
       object(schema, out, depth + 1);
     }
   }
   if (chance(0.05)) space(out);
+}
+
+std::string DocumentGenerator::boundedNumber(const Poco::JSON::Object& schema) {
+  const char* lowBound = schema.has("minimum") ? "minimum" : "exclusiveMinimum";
+  const char* highBound = schema.has("maximum") ? "maximum" : "exclusiveMaximum";
+  if (!schema.has(lowBound) && !schema.has(highBound)) return number();
+  const double low = schema.has(lowBound) ? schema.get(lowBound).convert<double>()
+                                          : -std::numeric_limits<double>::max();
+  const double high = schema.has(highBound) ? schema.get(highBound).convert<double>()
+                                            : std::numeric_limits<double>::max();
+  for (int tries = 0; tries < 20; ++tries) {
+    const std::string text = number();
+    const double value = std::strtod(text.c_str(), nullptr);
+    // Literals the parsers might read otherwise stay clear of the bounds.
+    if (value >= low && value <= high && !(value == low || value == high)) return text;
+  }
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, "%.17g", low / 2 + high / 2);
+  return buffer;
+}
+
+namespace {
+
+// Strings without escapes for members with lengths or a pattern.
+const char* const kPlainTexts[] = {"LAMP-01", "ABC-123",     "X-9",       "a",      "ab",
+                                   "abc",     "hello world", "é",         "日本語", "😀x",
+                                   "",        "lamp-01",     "0123456789"};
+
+std::string twoDigits(std::uint64_t n) {
+  char buffer[4];
+  std::snprintf(buffer, sizeof buffer, "%02u", static_cast<unsigned>(n % 100));
+  return buffer;
+}
+
+}  // namespace
+
+std::string DocumentGenerator::string(const Poco::JSON::Object& schema) {
+  if (schema.has("format")) return dateTime();
+  if (schema.has("contentEncoding")) return base64();
+  const std::string pattern = schema.has("pattern") ? schema.getValue<std::string>("pattern") : "";
+  const bool duration = pattern.rfind("^-?[0-9]+", 0) == 0;
+  if (!pattern.empty() || schema.has("minLength") || schema.has("maxLength")) {
+    const std::regex expression(pattern.empty() ? std::string("") : pattern);
+    const std::size_t shortest =
+        schema.has("minLength") ? schema.getValue<std::size_t>("minLength") : 0;
+    const std::size_t longest = schema.has("maxLength") ? schema.getValue<std::size_t>("maxLength")
+                                                        : std::numeric_limits<std::size_t>::max();
+    for (int tries = 0; tries < 50; ++tries) {
+      std::string candidate;
+      if (duration) {
+        candidate = durationText();
+      } else if (chance(0.7)) {
+        candidate = kPlainTexts[below(std::size(kPlainTexts))];
+      } else {
+        const std::uint64_t length = below(12);
+        for (std::uint64_t i = 0; i < length; ++i) {
+          candidate += "ABCXYZabcxyz0189-"[below(17)];
+        }
+      }
+      std::size_t points = 0;
+      for (const char c : candidate) points += (static_cast<unsigned char>(c) & 0xc0) != 0x80;
+      if (points < shortest || points > longest) continue;
+      if (!pattern.empty() && !std::regex_search(candidate, expression)) continue;
+      return candidate;
+    }
+    return duration ? "0s" : "LAMP-01";
+  }
+  return text();
+}
+
+std::string DocumentGenerator::dateTime() {
+  // Within the years a nanosecond clock holds, in any of the forms RFC 3339 allows.
+  const std::uint64_t year = 1700 + below(550);
+  const std::uint64_t month = 1 + below(12);
+  const std::uint64_t day = 1 + below(28);
+  std::string out = std::to_string(year) + "-" + twoDigits(month) + "-" + twoDigits(day) +
+                    (chance(0.9) ? "T" : "t") + twoDigits(below(24)) + ":" + twoDigits(below(60)) +
+                    ":" + twoDigits(below(60));
+  if (chance(0.5)) {
+    out += '.';
+    const std::uint64_t digits = 1 + below(9);
+    for (std::uint64_t i = 0; i < digits; ++i) out += static_cast<char>('0' + below(10));
+    if (chance(0.2)) out += "000";  // zeros past the ninth digit
+  }
+  switch (below(4)) {
+    case 0:
+      out += "Z";
+      break;
+    case 1:
+      out += "z";
+      break;
+    default:
+      out += (chance(0.5) ? "+" : "-") + twoDigits(below(24)) + ":" + twoDigits(below(60));
+      break;
+  }
+  return out;
+}
+
+std::string DocumentGenerator::durationText() {
+  std::string out = chance(0.3) ? "-" : "";
+  out += std::to_string(below(chance(0.5) ? 100 : 1000000000));
+  if (chance(0.6)) {
+    out += '.';
+    const std::uint64_t digits = 1 + below(9);
+    for (std::uint64_t i = 0; i < digits; ++i) {
+      out += static_cast<char>('0' + (chance(0.3) ? 0 : below(10)));
+    }
+  }
+  return out + "s";
+}
+
+std::string DocumentGenerator::base64() {
+  static const char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const std::uint64_t bytes = below(20);
+  std::string out;
+  std::uint32_t group = 0;
+  for (std::uint64_t i = 0; i < bytes; ++i) {
+    group = group << 8 | static_cast<std::uint32_t>(below(256));
+    if (i % 3 == 2) {
+      for (int shift = 18; shift >= 0; shift -= 6) out += kAlphabet[(group >> shift) & 63];
+      group = 0;
+    }
+  }
+  if (bytes % 3 == 1) {
+    group <<= 16;
+    out += kAlphabet[(group >> 18) & 63];
+    out += kAlphabet[(group >> 12) & 63];
+    out += "==";
+  } else if (bytes % 3 == 2) {
+    group <<= 8;
+    out += kAlphabet[(group >> 18) & 63];
+    out += kAlphabet[(group >> 12) & 63];
+    out += kAlphabet[(group >> 6) & 63];
+    out += '=';
+  }
+  return out;
 }
 
 void DocumentGenerator::object(const Poco::JSON::Object& schema, std::string& out, int depth) {
@@ -289,6 +482,7 @@ void DocumentGenerator::object(const Poco::JSON::Object& schema, std::string& ou
   std::vector<Member> members;
   const bool closed =
       schema.has("additionalProperties") && schema.get("additionalProperties").isBoolean();
+  std::string first;  // a member holding a const (a tag), written first most of the time
   if (schema.has("properties")) {
     const auto properties = schema.getObject("properties");
     std::vector<std::string> required;
@@ -297,11 +491,61 @@ void DocumentGenerator::object(const Poco::JSON::Object& schema, std::string& ou
       for (unsigned i = 0; i < list->size(); ++i)
         required.push_back(list->getElement<std::string>(i));
     }
+    // A member and its alias: at most one of the two (exactly one where one is required).
+    std::vector<std::pair<std::string, std::string>> pairs;
+    std::vector<bool> needed;
+    if (schema.has("allOf")) {
+      const auto constraints = schema.getArray("allOf");
+      for (unsigned i = 0; i < constraints->size(); ++i) {
+        const auto constraint = constraints->getObject(i);
+        if (!constraint->has("not")) continue;
+        const auto both = constraint->getObject("not")->getArray("required");
+        pairs.emplace_back(both->getElement<std::string>(0), both->getElement<std::string>(1));
+        needed.push_back(false);
+      }
+      for (unsigned i = 0; i < constraints->size(); ++i) {
+        const auto constraint = constraints->getObject(i);
+        if (!constraint->has("anyOf")) continue;
+        const auto name = constraint->getArray("anyOf")
+                              ->getObject(0)
+                              ->getArray("required")
+                              ->getElement<std::string>(0);
+        for (std::size_t j = 0; j < pairs.size(); ++j) {
+          if (pairs[j].first == name) needed[j] = true;
+        }
+      }
+    }
+    std::vector<std::string> chosen;  // of the pairs, the names written
+    for (std::size_t j = 0; j < pairs.size(); ++j) {
+      const bool both = mutate > 0 && chance(mutate * 4);  // "given twice, also as"
+      if (both) {
+        chosen.push_back(pairs[j].first);
+        chosen.push_back(pairs[j].second);
+      } else if (needed[j] || chance(0.7)) {
+        chosen.push_back(chance(0.5) ? pairs[j].first : pairs[j].second);
+      }
+    }
+    const auto inPair = [&](const std::string& name) {
+      for (const auto& pair : pairs) {
+        if (pair.first == name || pair.second == name) return true;
+      }
+      return false;
+    };
     for (const auto& [name, property] : *properties) {
+      const auto* propertySchema = property.extract<Poco::JSON::Object::Ptr>().get();
+      if (inPair(name)) {
+        if (std::find(chosen.begin(), chosen.end(), name) == chosen.end()) continue;
+        members.push_back({name, propertySchema});
+        continue;
+      }
       const bool isRequired = std::find(required.begin(), required.end(), name) != required.end();
       if (!isRequired && chance(0.3)) continue;
       if (isRequired && mutate > 0 && chance(mutate)) continue;  // a required member missing
-      members.push_back({name, property.extract<Poco::JSON::Object::Ptr>().get()});
+      if (propertySchema->has("const") && chance(0.97)) {
+        first = name;
+        continue;
+      }
+      members.push_back({name, propertySchema});
     }
     if (!closed && chance(0.15)) {
       const std::uint64_t extra = below(3) + 1;
@@ -324,11 +568,15 @@ void DocumentGenerator::object(const Poco::JSON::Object& schema, std::string& ou
     }
   }
   std::shuffle(members.begin(), members.end(), random);
+  if (!first.empty()) {
+    members.insert(members.begin(),
+                   {first, schema.getObject("properties")->getObject(first).get()});
+  }
   out += '{';
-  bool first = true;
+  bool firstMember = true;
   for (const auto& member : members) {
-    if (!first) out += ',';
-    first = false;
+    if (!firstMember) out += ',';
+    firstMember = false;
     if (chance(0.05)) space(out);
     out += "\"" + member.key + "\":";
     if (member.schema != nullptr) {
@@ -347,7 +595,7 @@ void DocumentGenerator::object(const Poco::JSON::Object& schema, std::string& ou
     }
   }
   if (mutate > 0 && chance(mutate * 2)) {  // an unknown member, of any kind
-    out += first ? "" : ",";
+    out += firstMember ? "" : ",";
     out += "\"unknown\":" + anyValue(3);
   }
   out += '}';
@@ -362,7 +610,8 @@ void DocumentGenerator::mutation(const Poco::JSON::Object& schema, std::string& 
       out += kBadNumbers[below(std::size(kBadNumbers))];
       break;
     case 2:
-      out += kBadStrings[below(std::size(kBadStrings))];
+      out += chance(0.5) ? kBadStrings[below(std::size(kBadStrings))]
+                         : kNearlyTexts[below(std::size(kNearlyTexts))];
       break;
     case 3: {  // nested past, at or just below the parser's limit
       static const int kLevels[] = {127 - 4, 128 - 4, 129 - 4, 128, 129, 200};
@@ -374,7 +623,9 @@ void DocumentGenerator::mutation(const Poco::JSON::Object& schema, std::string& 
       break;
     }
     case 4:  // an integer one past its limits (or a bound of the kind given)
-      if (schema.has("minimum") && schema.has("maximum")) {
+      if (schema.has("minimum") && schema.has("maximum") && schema.has("type") &&
+          !(schema.get("type").isString() && schema.getValue<std::string>("type") == "number") &&
+          schema.get("minimum").isInteger() && schema.get("maximum").isInteger()) {
         const auto min = schema.get("minimum").convert<std::int64_t>();
         const auto max = schema.get("maximum").convert<std::uint64_t>();
         if (chance(0.5) && min > std::numeric_limits<std::int64_t>::min()) {
@@ -405,8 +656,14 @@ void DocumentGenerator::mutation(const Poco::JSON::Object& schema, std::string& 
 }
 
 std::string DocumentGenerator::integer(const Poco::JSON::Object& schema) {
-  const auto min = schema.get("minimum").convert<std::int64_t>();
-  const auto max = schema.get("maximum").convert<std::uint64_t>();
+  const Poco::Dynamic::Var low = schema.get("minimum");
+  const Poco::Dynamic::Var high = schema.get("maximum");
+  const auto min = low.type() == typeid(double)
+                       ? static_cast<std::int64_t>(std::ceil(low.extract<double>()))
+                       : low.convert<std::int64_t>();
+  const auto max = high.type() == typeid(double)
+                       ? static_cast<std::uint64_t>(std::floor(high.extract<double>()))
+                       : high.convert<std::uint64_t>();
   char buffer[32];
   switch (below(6)) {
     case 0:
@@ -416,7 +673,9 @@ std::string DocumentGenerator::integer(const Poco::JSON::Object& schema) {
       std::snprintf(buffer, sizeof buffer, "%" PRIu64, max);
       return buffer;
     case 2:
-      return chance(0.5) ? "0" : "-0";
+      if (min <= 0 && max > 0) return chance(0.5) ? "0" : "-0";
+      std::snprintf(buffer, sizeof buffer, "%" PRId64, min);
+      return buffer;
     default: {
       // Uniform over the bits of the range, so that every magnitude turns up.
       const int bits = static_cast<int>(below(64)) + 1;

@@ -16,6 +16,14 @@
 // characters), members given twice, unknown members, nesting to 127..200 levels, a
 // "type" member of every JSON kind, and bad literals.
 //
+// The schema keywords of declared members' options and kinds are followed: "minimum" and
+// "maximum" (numbers and integers), quoted integers (["integer","string"]), strings with
+// "format": "date-time", "contentEncoding": "base64", a duration's or a member's
+// "pattern", "minLength" and "maxLength"; "minItems", "maxItems" and "uniqueItems";
+// "oneOf" (a tagged union, its tag first most of the time); a member and its alias
+// ("allOf"), one of the two. Mutations add: a set's item repeated, a member given under
+// both names, and texts that are nearly a time, a duration, base64 or a quoted integer.
+//
 // Thread-safety: one generator per thread.
 #pragma once
 
@@ -51,6 +59,11 @@ class DocumentGenerator {
   void space(std::string& out);
   std::string integer(const Poco::JSON::Object& schema);
   std::string number();
+  std::string boundedNumber(const Poco::JSON::Object& schema);
+  std::string string(const Poco::JSON::Object& schema);
+  std::string dateTime();
+  std::string durationText();
+  std::string base64();
   std::string text();
   std::string key();
 

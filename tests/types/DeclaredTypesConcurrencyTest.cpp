@@ -13,6 +13,7 @@
 #include <connector/json.hpp>
 
 #include "types/DeclaredOrder.hpp"
+#include "types/DeclaredShipment.hpp"
 
 namespace connector::typestest {
 namespace {
@@ -46,6 +47,43 @@ TEST(DeclaredTypesConcurrency, ThreadsWritingAndReadingTheSameTypeGetTheSameText
             read.items.at(0).quantity != round) {
           ++mismatches;
         }
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+
+  EXPECT_EQ(mismatches.load(), 0);
+}
+
+TEST(DeclaredTypesConcurrency, ThreadsSharingEveryOptionAndNewerKindGetTheSameTexts) {
+  // The shared pattern, tagged union, kept members and defaults, from several threads
+  // through both codecs: the direct one (streamed) and the converters (by object).
+  const ShipmentTypes types;
+  auto serializer = std::make_shared<json::JsonSerializerImpl>();
+  types.shipment.registerWith(*serializer);
+  std::ostringstream expected;
+  serializer->serialize(std::make_unique<Shipment>(sampleShipment()), expected);
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 100;
+  std::atomic<int> mismatches{0};
+
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < kRounds; ++round) {
+        std::unique_ptr<Message> back =
+            serializer
+                ->deserialize(
+                    std::make_shared<reactive_streams::OneShotPublisher<common::DataBuffer>>(
+                        common::DataBuffer(expected.str())))
+                .get();
+        std::ostringstream direct;
+        serializer->serialize(back, direct);
+        Poco::SharedPtr<Poco::JSON::Object> object = serializer->serializeToJsonObject(back);
+        std::ostringstream converted;
+        serializer->serialize(serializer->deserialize(types.shipment.name(), std::move(object)),
+                              converted);
+        if (direct.str() != expected.str() || converted.str() != expected.str()) ++mismatches;
       }
     });
   }

@@ -4,6 +4,7 @@
 // a peer's bytes go through) does; the documented differences are checked as such.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -14,6 +15,7 @@
 #include <connector/json.hpp>
 
 #include "types/DeclaredOrder.hpp"
+#include "types/DeclaredShipment.hpp"
 #include "types/SchemaValidator.hpp"
 
 namespace connector::typestest {
@@ -283,6 +285,166 @@ TEST(Schema, IntegerLiteralsBeyondThe64BitRangeAreValidNumbersButRefusedByThePar
 
 TEST(Schema, OnePastTheInt64MinimumIsInvalidButTheParserReadsItAsTheMinimum) {
   expectDifferences({{allKinds({{"i64", "-9223372036854775809"}}), false}});
+}
+
+// A shipment document: every required member at a plain value, some replaced ("" leaves
+// one out), others added.
+std::string shipment(const std::map<std::string, std::string>& replaced = {}) {
+  static const std::vector<std::pair<std::string, std::string>> members = {
+      {"id", R"("1")"},
+      {"sku", R"("LAMP-01")"},
+      {"parcels", R"([{"sku":"s"}])"},
+      {"shippedAt", R"("2026-11-23T19:16:18Z")"},
+      {"timeout", R"("1.5s")"},
+      {"legs", "{}"},
+      {"payload", R"("")"},
+      {"tags", "[]"},
+      {"groups", "[]"},
+      {"position", "[0,0,0]"},
+      {"counters", "{}"},
+      {"shape", R"({"kind":"circle","radius":1})"},
+      {"extraShapes", "[]"},
+      {"shapesByName", "{}"},
+  };
+  std::string document = R"({"type":"test/Shipment")";
+  for (const auto& [name, value] : members) {
+    const auto found = replaced.find(name);
+    if (found != replaced.end() && found->second.empty()) continue;
+    document += ",\"" + name + "\":" + (found == replaced.end() ? value : found->second);
+  }
+  for (const auto& [name, value] : replaced) {
+    const bool listed = std::any_of(members.begin(), members.end(),
+                                    [&](const auto& member) { return member.first == name; });
+    if (!listed) document += ",\"" + name + "\":" + value;
+  }
+  return document + "}";
+}
+
+std::string parcels(int count) {
+  std::string out = "[";
+  for (int i = 0; i < count; ++i) out += std::string(i > 0 ? "," : "") + R"({"sku":"s"})";
+  return out + "]";
+}
+
+TEST(Schema, TheValidatorAgreesWithTheReaderOnEveryOptionAndNewKind) {
+  const ShipmentTypes types;
+  expectAgreement(types.shipment,
+                  {
+                      shipment(),
+                      shipment({{"id", R"("18446744073709551615")"}}),
+                      shipment({{"id", "18446744073709551615"}}),
+                      shipment({{"id", R"("18446744073709551616")"}}),
+                      shipment({{"id", R"("01")"}}),
+                      shipment({{"id", R"("-0")"}}),
+                      shipment({{"id", R"("-1")"}}),
+                      shipment({{"id", "-1"}}),
+                      shipment({{"id", R"("1e3")"}}),
+                      shipment({{"id", ""}, {"shipmentId", R"("7")"}}),
+                      shipment({{"shipmentId", "7"}}),
+                      shipment({{"id", ""}}),
+                      shipment({{"quantity", "1"}}),
+                      shipment({{"quantity", "1000"}}),
+                      shipment({{"quantity", "0"}}),
+                      shipment({{"quantity", "1001"}}),
+                      shipment({{"quantity", "null"}}),
+                      shipment({{"quantity", "2.5"}}),
+                      shipment({{"sku", R"("AB-1")"}}),
+                      shipment({{"sku", R"("ab-1")"}}),
+                      shipment({{"sku", R"("A-")"}}),
+                      shipment({{"sku", R"("ABCDEFGHIJKLMNOPQR-1")"}}),
+                      shipment({{"sku", R"("ABCDEFGHIJKLMNOPQ-1")"}}),
+                      shipment({{"parcels", "[]"}}),
+                      shipment({{"parcels", parcels(100)}}),
+                      shipment({{"parcels", parcels(101)}}),
+                      shipment({{"parcels", R"([{"sku":"s","quantity":2147483648}])"}}),
+                      shipment({{"parcels", R"([{"sku":"s","colour":[1]}])"}}),
+                      shipment({{"shippedAt", R"("2026-11-23T20:16:18.5+01:00")"}}),
+                      shipment({{"shippedAt", R"("2024-02-29t00:00:00z")"}}),
+                      shipment({{"shippedAt", R"("2000-02-29T23:59:60-23:59")"}}),
+                      shipment({{"shippedAt", R"("2023-02-29T00:00:00Z")"}}),
+                      shipment({{"shippedAt", R"("1900-02-29T00:00:00Z")"}}),
+                      shipment({{"shippedAt", R"("2026-04-31T00:00:00Z")"}}),
+                      shipment({{"shippedAt", R"("2026-11-23 19:16:18Z")"}}),
+                      shipment({{"shippedAt", R"("2026-11-23T19:16:18")"}}),
+                      shipment({{"shippedAt", R"("2026-11-23T19:16:18.1234567890Z")"}}),
+                      shipment({{"shippedAt", R"("2026-11-23T19:16:18.1234567891Z")"}}),
+                      shipment({{"shippedAt", R"("2026-11-23T19:16:18.Z")"}}),
+                      shipment({{"shippedAt", "1795461378"}}),
+                      shipment({{"deliveredAt", "null"}}),
+                      shipment({{"deliveredAt", R"("2026-11-23T19:16:18+24:00")"}}),
+                      shipment({{"timeout", R"("-0.001s")"}}),
+                      shipment({{"timeout", R"("1.000000000s")"}}),
+                      shipment({{"timeout", R"("1.0001s")"}}),
+                      shipment({{"timeout", R"("1.0000000000s")"}}),
+                      shipment({{"timeout", R"("1.5")"}}),
+                      shipment({{"timeout", R"(".5s")"}}),
+                      shipment({{"legs", R"({"a":"0.000000001s","b":"-12s"})"}}),
+                      shipment({{"legs", R"({"a":"1e3s"})"}}),
+                      shipment({{"payload", R"("AAEC/w==")"}}),
+                      shipment({{"payload", R"("AR==")"}}),
+                      shipment({{"payload", R"("AAE")"}}),
+                      shipment({{"payload", R"("AA-_")"}}),
+                      shipment({{"tags", R"(["a","b"])"}}),
+                      shipment({{"tags", R"(["a","a"])"}}),
+                      shipment({{"tags", R"(["\u00e9","é"])"}}),
+                      shipment({{"groups", "[[1,2],[1,2]]"}}),
+                      shipment({{"groups", "[[1,1]]"}}),
+                      shipment({{"groups", "[[0,-0]]"}}),
+                      shipment({{"position", "[1,2]"}}),
+                      shipment({{"position", "[1,2,3,4]"}}),
+                      shipment({{"position", R"([1,"2",3])"}}),
+                      shipment({{"counters", R"({"a":"-9223372036854775808","b":1})"}}),
+                      shipment({{"counters", R"({"a":"9223372036854775808"})"}}),
+                      shipment({{"counters", R"({"a":"1.0"})"}}),
+                      shipment({{"ratio", "0"}}),
+                      shipment({{"ratio", "1"}}),
+                      shipment({{"ratio", "1.5"}}),
+                      shipment({{"ratio", "-0.1"}}),
+                      shipment({{"shape", R"({"kind":"square","side":1,"label":null})"}}),
+                      shipment({{"shape", R"({"radius":1,"kind":"circle","extra":2})"}}),
+                      shipment({{"shape", R"({"kind":"triangle"})"}}),
+                      shipment({{"shape", R"({"radius":1})"}}),
+                      shipment({{"shape", R"({"kind":"circle"})"}}),
+                      shipment({{"shape", R"({"kind":1,"radius":1})"}}),
+                      shipment({{"extraShapes",
+                                 R"([{"kind":"square","side":1},{"kind":"circle","radius":0}])"}}),
+                      shipment({{"extraShapes", R"([{"kind":"square","radius":1}])"}}),
+                      shipment({{"maybeShape", "null"}}),
+                      shipment({{"shapesByName", R"({"a":{"kind":"circle","radius":"1"}})"}}),
+                      shipment({{"unknownToThisVersion", R"({"x":[true]})"}}),
+                  });
+}
+
+// Shipment documents the validator and the reader judge differently, each for its
+// documented reason; `schemaValid` says which way.
+void expectShipmentDifferences(const std::vector<std::pair<std::string, bool>>& documents) {
+  const ShipmentTypes types;
+  auto serializer = std::make_shared<json::JsonSerializerImpl>();
+  types.shipment.registerWith(*serializer);
+  std::vector<std::string> texts;
+  for (const auto& document : documents) texts.push_back(document.first);
+  const std::vector<bool> schemaSays = validatedBySchema(types.shipment.schema(), texts);
+  ASSERT_EQ(schemaSays.size(), documents.size());
+  for (std::size_t i = 0; i < documents.size(); ++i) {
+    EXPECT_EQ(schemaSays[i], documents[i].second) << texts[i];
+    EXPECT_EQ(readerAccepts<Shipment>(*serializer, texts[i]), !documents[i].second) << texts[i];
+  }
+}
+
+TEST(Schema, TimesAndDurationsBeyondTheirTypesRangeMatchThePatternButAreRefused) {
+  expectShipmentDifferences({{shipment({{"shippedAt", R"("9999-12-31T23:59:59Z")"}}), true},
+                             {shipment({{"shippedAt", R"("1677-09-21T00:12:43Z")"}}), true},
+                             {shipment({{"timeout", R"("9223372036854776s")"}}), true},
+                             {shipment({{"legs", R"({"a":"9223372037s"})"}}), true}});
+}
+
+TEST(Schema, PythonsDollarAlsoMatchesBeforeAFinalLineFeed) {
+  // ECMAScript's "$" (what JSON Schema specifies and the reader follows) matches only at
+  // the end; Python's regular expressions, which the validator uses, also match before a
+  // final "\n".
+  expectShipmentDifferences({{shipment({{"id", R"("1\n")"}}), true},
+                             {shipment({{"sku", R"("LAMP-01\n")"}}), true},
+                             {shipment({{"timeout", R"("1s\n")"}}), true}});
 }
 
 }  // namespace

@@ -116,6 +116,31 @@ class SimdjsonReader final : public DirectReader {
     return true;
   }
 
+  DirectKind peek() override {
+    notAtRoot();
+    od::json_type type;
+    if (current.type().get(type) != simdjson::SUCCESS) decline();
+    switch (type) {
+      case od::json_type::object:
+        return DirectKind::Object;
+      case od::json_type::array:
+        return DirectKind::Array;
+      case od::json_type::string:
+        return DirectKind::String;
+      case od::json_type::boolean:
+        return DirectKind::Boolean;
+      case od::json_type::null:
+        return DirectKind::Null;
+      case od::json_type::number: {
+        od::number_type kind;
+        if (current.get_number_type().get(kind) != simdjson::SUCCESS) decline();
+        return kind == od::number_type::floating_point_number ? DirectKind::Number
+                                                              : DirectKind::Integer;
+      }
+    }
+    decline();
+  }
+
   bool takeNull() override {
     notAtRoot();
     bool isNull = false;

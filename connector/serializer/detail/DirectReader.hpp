@@ -39,6 +39,10 @@ class CONNECTOR_API DirectDecline : public std::exception {
 // Throws DirectDecline.
 [[noreturn]] CONNECTOR_API void decline();
 
+// The kind of a JSON value as the converter path's parser reads it: Integer for a
+// literal without fraction or exponent, Number for any other number.
+enum class DirectKind { Null, Boolean, Integer, Number, String, Array, Object };
+
 // An integer as the converter path's parser reads it: negative ones in `negative`,
 // the others in `nonNegative`.
 struct DirectInteger {
@@ -66,6 +70,9 @@ class CONNECTOR_API DirectReader {
   // Makes the next item of the innermost array entered current; false after the last
   // one (the array is then left).
   virtual bool nextItem() = 0;
+
+  // The kind of the current value, which stays current (nothing is consumed).
+  virtual DirectKind peek() = 0;
 
   // True, with the value consumed, when the current value is null; false (nothing
   // consumed) for any other kind.

@@ -4,8 +4,11 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 
+#include "connector/types/detail/BytesCodec.hpp"
 #include "connector/types/detail/Codecs.hpp"
+#include "connector/types/detail/ContainerCodecs.hpp"
 #include "connector/types/detail/DescribedCodecs.hpp"
+#include "connector/types/detail/VariantCodec.hpp"
 
 namespace connector::json::detail {
 
@@ -43,6 +46,23 @@ const Poco::JSON::Object* objectOf(const Var& json) {
   if (json.type() == typeid(Poco::JSON::Object)) return &json.extract<Poco::JSON::Object>();
   return nullptr;
 }
+
+void throwDuplicateItem() { throw MemberError(": duplicate item"); }
+
+void throwItemCount(std::size_t expected, std::size_t count) {
+  throw MemberError(": expected " + std::to_string(expected) + " items, got " +
+                    std::to_string(count));
+}
+
+void throwUntagged(std::size_t index) {
+  throw MemberError(": alternative " + std::to_string(index) + " of the variant has no tag");
+}
+
+void throwUnknownTag(const std::string& tag, const std::vector<std::string>& tags) {
+  throwNotOneOf("\"" + tag + "\"", tags);
+}
+
+void throwNotBase64() { throw MemberError(": not base64"); }
 
 void throwNotOneOf(const std::string& given, const std::vector<std::string>& names) {
   std::string text = ": " + given + " is not one of ";

@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -40,7 +41,9 @@
 #include "connector/types/detail/JsonText.hpp"
 #include "connector/types/detail/MemberError.hpp"
 #include "connector/types/detail/SchemaParts.hpp"
+#include "connector/types/detail/TextChecks.hpp"
 #include "connector/types/detail/ValueKinds.hpp"
+#include "connector/types/detail/ValueRules.hpp"
 
 namespace connector::json::detail {
 
@@ -67,13 +70,16 @@ struct BoolCodec {
 };
 
 // Every integral type of 8 to 64 bits; written as Int64, or UInt64 above its range, the
-// two types Poco's parser reads integers into.
+// two types Poco's parser reads integers into. With rules: bounds, and quoted integers
+// (written as strings of decimal digits, read from those or from JSON integers).
 template <typename I>
 struct IntegerCodec {
   using Value = I;
   static constexpr bool optional = false;
+  std::shared_ptr<const ValueRules> rules{};
 
   Var write(I value) const {
+    if (rules && rules->quoted) return digits(value);
     if constexpr (std::is_signed_v<I>) {
       return static_cast<Poco::Int64>(value);
     } else {
@@ -85,7 +91,7 @@ struct IntegerCodec {
     }
   }
   void read(const Var& json, I& out) const {
-    if (!json.isEmpty() && json.type() == typeid(Poco::Int64)) {  // what the parser made
+    if (!rules && !json.isEmpty() && json.type() == typeid(Poco::Int64)) {  // what the parser made
       const Poco::Int64 n = json.extract<Poco::Int64>();
       if (n >= static_cast<Poco::Int64>(std::numeric_limits<I>::min()) &&
           (n < 0 || static_cast<std::uint64_t>(n) <=
@@ -95,25 +101,44 @@ struct IntegerCodec {
       }
       throwOutOfRange(static_cast<std::int64_t>(n));
     }
-    const IntegerValue n = integerValue(json);
-    if (!fits<I>(n)) {
-      if (n.isNegative) throwOutOfRange(n.negative);
-      throwOutOfRange(n.nonNegative);
+    IntegerValue n;
+    if (rules && rules->quoted && kindOf(json) == Kind::String) {
+      std::string conversion;
+      n = ValueRules::parseQuoted(stringValue(json, conversion));
+    } else {
+      n = integerValue(json);
     }
-    out = n.isNegative ? static_cast<I>(n.negative) : static_cast<I>(n.nonNegative);
+    take(n, out);
   }
   SchemaPtr schema() const {
-    return integerSchema(static_cast<std::int64_t>(std::numeric_limits<I>::min()),
-                         static_cast<std::uint64_t>(std::numeric_limits<I>::max()));
+    const auto min = static_cast<std::int64_t>(std::numeric_limits<I>::min());
+    const auto max = static_cast<std::uint64_t>(std::numeric_limits<I>::max());
+    return rules ? rules->integerSchema(min, max) : integerSchema(min, max);
   }
   void writeText(I value, std::string& out) const {
+    const bool quoted = rules && rules->quoted;
+    if (quoted) out.push_back('"');
     if constexpr (std::is_signed_v<I>) {
       appendInteger(out, static_cast<std::int64_t>(value));
     } else {
       appendInteger(out, static_cast<std::uint64_t>(value));
     }
+    if (quoted) out.push_back('"');
   }
   void readDirect(DirectReader& in, I& out) const {
+    if (rules) {
+      IntegerValue n;
+      if (rules->quoted && in.peek() == DirectKind::String) {
+        n = ValueRules::parseQuoted(in.readString());  // a MemberError declines too
+      } else {
+        const DirectInteger read = in.readInteger();
+        n.isNegative = read.isNegative;
+        n.negative = read.negative;
+        n.nonNegative = read.nonNegative;
+      }
+      take(n, out);
+      return;
+    }
     const DirectInteger n = in.readInteger();
     if (n.isNegative) {
       if constexpr (std::is_signed_v<I>) {
@@ -128,14 +153,40 @@ struct IntegerCodec {
     }
     decline();
   }
+
+ private:
+  static std::string digits(I value) {
+    std::string text;
+    if constexpr (std::is_signed_v<I>) {
+      appendInteger(text, static_cast<std::int64_t>(value));
+    } else {
+      appendInteger(text, static_cast<std::uint64_t>(value));
+    }
+    return text;
+  }
+  // Checks the range and the rules, then sets out.
+  void take(const IntegerValue& n, I& out) const {
+    if (!fits<I>(n)) {
+      if (n.isNegative) throwOutOfRange(n.negative);
+      throwOutOfRange(n.nonNegative);
+    }
+    if (rules) rules->checkInteger(n);
+    out = n.isNegative ? static_cast<I>(n.negative) : static_cast<I>(n.nonNegative);
+  }
 };
 
-// float and double: any JSON number. A number beyond float's range reads as an infinity
-// of its sign; infinities and NaN are refused when writing, as JSON has no text for them.
+// The magnitude from which a double rounds to an infinity as a float: 2^128 - 2^103,
+// half a unit past the largest float.
+inline constexpr double kFloatOverflow = 3.4028235677973366e38;
+
+// float and double: any JSON number; a float member refuses a number that would round to
+// an infinity (from kFloatOverflow on). Infinities and NaN are refused when writing, as JSON has no
+// text for them. With rules: bounds, compared with the number as the parser read it.
 template <typename F>
 struct FloatingCodec {
   using Value = F;
   static constexpr bool optional = false;
+  std::shared_ptr<const ValueRules> rules{};
 
   Var write(F value) const {
     if (!std::isfinite(value)) throwNotFinite(static_cast<double>(value));
@@ -157,50 +208,71 @@ struct FloatingCodec {
         throwKindMismatch(Kind::Number, json);
       }
     }
-    if constexpr (std::is_same_v<F, float>) {
-      if (std::fabs(number) > static_cast<double>(std::numeric_limits<float>::max()) &&
-          std::isfinite(number)) {
-        out = number < 0 ? -std::numeric_limits<float>::infinity()
-                         : std::numeric_limits<float>::infinity();
-        return;
-      }
-    }
-    out = static_cast<F>(number);
+    take(number, out);
   }
-  SchemaPtr schema() const { return typeSchema("number"); }
+  SchemaPtr schema() const {
+    SchemaPtr schema = typeSchema("number");
+    if constexpr (std::is_same_v<F, float>) {
+      schema->set("exclusiveMinimum", -kFloatOverflow);
+      schema->set("exclusiveMaximum", kFloatOverflow);
+    }
+    if (rules) rules->annotateNumber(*schema);
+    return schema;
+  }
   void writeText(F value, std::string& out) const {
     if (!std::isfinite(value)) throwNotFinite(static_cast<double>(value));
     appendNumber(out, value);
   }
-  void readDirect(DirectReader& in, F& out) const {
-    const double number = in.readNumber();
+  void readDirect(DirectReader& in, F& out) const { take(in.readNumber(), out); }
+
+ private:
+  void take(double number, F& out) const {
     if constexpr (std::is_same_v<F, float>) {
-      if (std::fabs(number) > static_cast<double>(std::numeric_limits<float>::max())) {
-        out = number < 0 ? -std::numeric_limits<float>::infinity()
-                         : std::numeric_limits<float>::infinity();
-        return;
-      }
+      if (std::fabs(number) >= kFloatOverflow) throwOutOfRange(number);
     }
+    if (rules) rules->checkNumber(number);
     out = static_cast<F>(number);
   }
 };
 
+// std::string: only from a string. Bytes that are not UTF-8 are refused when writing,
+// so that nothing is written that the reader would refuse. With rules: lengths in code
+// points and a pattern.
 struct StringCodec {
   using Value = std::string;
   static constexpr bool optional = false;
+  std::shared_ptr<const ValueRules> rules{};
 
-  Var write(const std::string& value) const { return value; }
+  Var write(const std::string& value) const {
+    if (!validUtf8(value)) throwNotUtf8();
+    return value;
+  }
   void read(const Var& json, std::string& out) const {
     if (!json.isEmpty() && json.type() == typeid(std::string)) {
-      out = json.extract<std::string>();
+      const std::string& given = json.extract<std::string>();
+      if (rules) rules->checkString(given);
+      out = given;
       return;
     }
     std::string conversion;
-    out = stringValue(json, conversion);
+    const std::string& given = stringValue(json, conversion);
+    if (rules) rules->checkString(given);
+    out = given;
   }
-  SchemaPtr schema() const { return typeSchema("string"); }
-  void writeText(const std::string& value, std::string& out) const { appendQuoted(out, value); }
-  void readDirect(DirectReader& in, std::string& out) const { out.assign(in.readString()); }
+  SchemaPtr schema() const {
+    SchemaPtr schema = typeSchema("string");
+    if (rules) rules->annotateString(*schema);
+    return schema;
+  }
+  void writeText(const std::string& value, std::string& out) const {
+    if (!validUtf8(value)) throwNotUtf8();
+    appendQuoted(out, value);
+  }
+  void readDirect(DirectReader& in, std::string& out) const {
+    const std::string_view given = in.readString();
+    if (rules) rules->checkString(given);
+    out.assign(given);
+  }
 };
 
 // std::optional<T>: absent (as a member) or null (anywhere) is std::nullopt. An empty
@@ -254,6 +326,7 @@ struct VectorCodec {
   using Value = std::vector<typename Inner::Value>;
   static constexpr bool optional = false;
   Inner inner;
+  std::shared_ptr<const ItemCounts> counts{};  // the member's own array only
 
   Var write(const Value& values) const {
     Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
@@ -272,6 +345,7 @@ struct VectorCodec {
   void read(const Var& json, Value& out) const {
     ArrayView view;
     if (!arrayView(json, view)) throwKindMismatch(Kind::Array, json);
+    if (counts) counts->check(static_cast<std::size_t>(view.last - view.first));
     out.clear();
     out.reserve(static_cast<std::size_t>(view.last - view.first));
     std::size_t index = 0;
@@ -290,7 +364,11 @@ struct VectorCodec {
       }
     }
   }
-  SchemaPtr schema() const { return arraySchema(inner.schema()); }
+  SchemaPtr schema() const {
+    SchemaPtr schema = arraySchema(inner.schema());
+    if (counts) counts->annotate(*schema);
+    return schema;
+  }
   void writeText(const Value& values, std::string& out) const {
     out.push_back('[');
     bool first = true;
@@ -313,6 +391,7 @@ struct VectorCodec {
         inner.readDirect(in, out.emplace_back());
       }
     }
+    if (counts) counts->check(out.size());
   }
 };
 
@@ -326,6 +405,7 @@ struct MapCodec {
     Poco::JSON::Object::Ptr object = new Poco::JSON::Object;
     for (const auto& [key, value] : values) {
       try {
+        if (!validUtf8(key)) throwNotUtf8();
         object->set(key, inner.write(value));
       } catch (MemberError& e) {
         e.within(key);
@@ -357,6 +437,7 @@ struct MapCodec {
     for (const auto& [key, value] : values) {
       if (!first) out.push_back(',');
       first = false;
+      if (!validUtf8(key)) throwNotUtf8();
       appendQuoted(out, key);
       out.push_back(':');
       inner.writeText(value, out);
@@ -374,48 +455,5 @@ struct MapCodec {
     }
   }
 };
-
-// The codec of a member type that needs no description (bool, integers, floating point,
-// std::string, and optionals, vectors and string-keyed maps of these).
-template <typename M>
-inline constexpr bool unsupportedMember = false;
-
-template <typename M, typename = void>
-struct PlainCodecOf {
-  static_assert(unsupportedMember<M>,
-                "this member type needs its json::Struct or json::Enum as third argument of "
-                "field(), or is not a supported member type");
-};
-template <>
-struct PlainCodecOf<bool> {
-  using type = BoolCodec;
-};
-template <typename M>
-struct PlainCodecOf<M, std::enable_if_t<isIntegerMember<M>>> {
-  using type = IntegerCodec<M>;
-};
-template <typename M>
-struct PlainCodecOf<M, std::enable_if_t<std::is_same_v<M, float> || std::is_same_v<M, double>>> {
-  using type = FloatingCodec<M>;
-};
-template <>
-struct PlainCodecOf<std::string> {
-  using type = StringCodec;
-};
-template <typename M>
-struct PlainCodecOf<std::optional<M>> {
-  using type = OptionalCodec<typename PlainCodecOf<M>::type>;
-};
-template <typename M>
-struct PlainCodecOf<std::vector<M>> {
-  using type = VectorCodec<typename PlainCodecOf<M>::type>;
-};
-template <typename M>
-struct PlainCodecOf<std::map<std::string, M>> {
-  using type = MapCodec<typename PlainCodecOf<M>::type>;
-};
-
-template <typename M>
-using PlainCodec = typename PlainCodecOf<M>::type;
 
 }  // namespace connector::json::detail

@@ -49,7 +49,7 @@ class DeclaredDirectCodec final : public DirectCodec {
     try {
       auto message = std::make_unique<T>();
       in.enterObject();
-      declared->readDirect(in, *message, true);
+      declared->readDirect(in, *message, &typeMemberName());
       return message;
     } catch (...) {
       return nullptr;

@@ -1,6 +1,7 @@
-// The codecs of members whose innermost type has a description: an enum (json::Enum) or
-// a struct (json::Struct), alone or inside optionals, vectors and string-keyed maps to any
-// depth; and the deduction of such a codec from the member type and the description.
+// The codecs of members whose innermost type has a description: an enum (json::Enum), a
+// struct (json::Struct) or a tagged union (json::Variant), alone or inside optionals,
+// vectors, sets, arrays and string-keyed maps to any depth; and the deduction of such a
+// codec from the member type and the description.
 //
 //   auto codec = DescribedCodecOf<std::vector<Item>, Struct<Item>>::make(item);
 //   // VectorCodec<StructCodec<Item>>
@@ -8,10 +9,14 @@
 // Thread-safety: as the codecs (immutable once built).
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <type_traits>
+#include <unordered_map>
 #include <vector>
 
 #include <Poco/Dynamic/Var.h>
@@ -19,7 +24,9 @@
 
 #include "connector/Export.hpp"
 #include "connector/types/Enum.hpp"
+#include "connector/types/detail/CodecOf.hpp"
 #include "connector/types/detail/Codecs.hpp"
+#include "connector/types/detail/ContainerCodecs.hpp"
 #include "connector/types/detail/ObjectDescription.hpp"
 
 namespace connector::json {
@@ -72,17 +79,17 @@ struct StructCodec {
 
   explicit StructCodec(const Struct<U>& declared) : description(declared.description()) {}
 
-  Var write(const U& value) const { return description.write(value); }
+  Var write(const U& value) const { return description.write(value, nullptr); }
   void read(const Var& json, U& out) const {
     const Poco::JSON::Object* object = objectOf(json);
     if (object == nullptr) throwKindMismatch(Kind::Object, json);
-    description.read(*object, out, false);
+    description.read(*object, out, nullptr);
   }
-  SchemaPtr schema() const { return description.schema(nullptr, false); }
+  SchemaPtr schema() const { return description.schema(ObjectSchemaOptions{}); }
   void writeText(const U& value, std::string& out) const { description.writeText(value, out); }
   void readDirect(DirectReader& in, U& out) const {
     in.enterObject();
-    description.readDirect(in, out, false);
+    description.readDirect(in, out, nullptr);
   }
 };
 
@@ -115,6 +122,21 @@ struct DescribedCodecOf<std::optional<M>, D> {
 template <typename M, typename D>
 struct DescribedCodecOf<std::vector<M>, D> {
   using type = VectorCodec<typename DescribedCodecOf<M, D>::type>;
+  static type make(const D& description) { return type{DescribedCodecOf<M, D>::make(description)}; }
+};
+template <typename M, typename D>
+struct DescribedCodecOf<std::set<M>, D> {
+  using type = SetCodec<typename DescribedCodecOf<M, D>::type>;
+  static type make(const D& description) { return type{DescribedCodecOf<M, D>::make(description)}; }
+};
+template <typename M, std::size_t N, typename D>
+struct DescribedCodecOf<std::array<M, N>, D> {
+  using type = FixedArrayCodec<typename DescribedCodecOf<M, D>::type, N>;
+  static type make(const D& description) { return type{DescribedCodecOf<M, D>::make(description)}; }
+};
+template <typename M, typename D>
+struct DescribedCodecOf<std::unordered_map<std::string, M>, D> {
+  using type = UnorderedMapCodec<typename DescribedCodecOf<M, D>::type>;
   static type make(const D& description) { return type{DescribedCodecOf<M, D>::make(description)}; }
 };
 template <typename M, typename D>

@@ -5,7 +5,7 @@
 
 namespace connector::json::detail {
 
-void MemberIndex::add(const std::string& name) {
+std::size_t MemberIndex::add(const std::string& name) {
   const auto at = std::lower_bound(sorted.begin(), sorted.end(), name,
                                    [](const std::pair<std::string, std::size_t>& entry,
                                       const std::string& key) { return entry.first < key; });
@@ -14,6 +14,7 @@ void MemberIndex::add(const std::string& name) {
   }
   sorted.emplace(at, name, sorted.size());
   declared.push_back(name);
+  return declared.size() - 1;
 }
 
 std::size_t MemberIndex::find(std::string_view key, std::size_t expected) const noexcept {
@@ -26,10 +27,11 @@ std::size_t MemberIndex::find(std::string_view key, std::size_t expected) const 
   return at != sorted.end() && at->first == key ? at->second : kNotDeclared;
 }
 
-const std::string* MemberIndex::locate(const Poco::JSON::Object& object,
-                                       const Poco::Dynamic::Var** slots, bool skipType) const {
+const std::string* MemberIndex::locate(
+    const Poco::JSON::Object& object, const Poco::Dynamic::Var** slots, const std::string* ignored,
+    std::vector<const Poco::JSON::Object::ValueType*>* unknown) const {
   std::fill(slots, slots + sorted.size(), nullptr);
-  const std::string* unknown = nullptr;
+  const std::string* firstUnknown = nullptr;
   auto declared = sorted.begin();
   // Poco keeps an object's members in a std::map, so both sides are in the same order.
   for (const auto& member : object) {
@@ -41,11 +43,12 @@ const std::string* MemberIndex::locate(const Poco::JSON::Object& object,
     if (declared != sorted.end() && order == 0) {
       slots[declared->second] = &member.second;
       ++declared;
-    } else if (unknown == nullptr && !(skipType && key == "type")) {
-      unknown = &key;
+    } else if (ignored == nullptr || key != *ignored) {
+      if (firstUnknown == nullptr) firstUnknown = &key;
+      if (unknown != nullptr) unknown->push_back(&member);
     }
   }
-  return unknown;
+  return firstUnknown;
 }
 
 }  // namespace connector::json::detail

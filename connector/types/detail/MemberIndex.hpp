@@ -2,10 +2,10 @@
 // and the single pass that finds each of them in a JSON object.
 //
 //   MemberIndex index;
-//   index.add("sku");        // member 0
-//   index.add("quantity");   // member 1
+//   index.add("sku");        // name 0
+//   index.add("quantity");   // name 1 (a member's alias is a name of its own)
 //   const Poco::Dynamic::Var* slots[2];
-//   const std::string* unknown = index.locate(object, slots, false);
+//   const std::string* unknown = index.locate(object, slots, nullptr);
 //   // slots[1] == nullptr when "quantity" is absent; *unknown names a member not declared
 //
 // locate walks the object's members once, in their (sorted) order, beside the declared
@@ -32,23 +32,31 @@ namespace connector::json::detail {
 
 class CONNECTOR_API MemberIndex {
  public:
-  // Declares the next member. Throws std::invalid_argument
+  // Declares the next name (a member's own, or its alias); returns its number, counted
+  // from 0 in the order of declaration. Throws std::invalid_argument
   // "member \"<name>\" is declared twice" when name is already declared.
-  void add(const std::string& name);
+  std::size_t add(const std::string& name);
 
   std::size_t size() const noexcept { return sorted.size(); }
 
   static constexpr std::size_t kNotDeclared = static_cast<std::size_t>(-1);
 
-  // The declaration index of the member named key, or kNotDeclared; `expected` is
-  // tried first.
+  // The number of the name key, or kNotDeclared; `expected` is tried first.
   std::size_t find(std::string_view key, std::size_t expected) const noexcept;
 
-  // Sets slots[i] (size() of them) to the value of the i-th declared member, nullptr when
+  // Whether name is declared.
+  bool has(std::string_view name) const noexcept {
+    return find(name, kNotDeclared) != kNotDeclared;
+  }
+
+  // Sets slots[i] (size() of them) to the value of the i-th declared name, nullptr when
   // the object lacks it. Returns the first member of the object that is not declared
-  // (skipping "type" when skipType), or nullptr when there is none.
-  const std::string* locate(const Poco::JSON::Object& object, const Poco::Dynamic::Var** slots,
-                            bool skipType) const;
+  // (skipping the member named *ignored, when given), or nullptr when there is none;
+  // with unknown given, appends every such member to it, in the object's order.
+  const std::string* locate(
+      const Poco::JSON::Object& object, const Poco::Dynamic::Var** slots,
+      const std::string* ignored,
+      std::vector<const Poco::JSON::Object::ValueType*>* unknown = nullptr) const;
 
  private:
   std::vector<std::pair<std::string, std::size_t>> sorted;  // name, declaration index

@@ -61,28 +61,56 @@ Poco::JSON::Object::Ptr enumSchema(const std::vector<std::string>& names) {
   return schema;
 }
 
-Poco::JSON::Object::Ptr objectSchema(const std::vector<MemberSchema>& members,
-                                     const std::string* typeName, bool rejectUnknown,
-                                     bool withDraft) {
+namespace {
+
+Poco::JSON::Object::Ptr requiring(const std::vector<std::string>& names) {
+  Poco::JSON::Array::Ptr list = new Poco::JSON::Array;
+  for (const auto& name : names) list->add(name);
   Poco::JSON::Object::Ptr schema = newOrdered();
-  if (withDraft) schema->set("$schema", std::string(kSchemaDraft));
-  if (typeName != nullptr) schema->set("title", *typeName);
+  schema->set("required", list);
+  return schema;
+}
+
+}  // namespace
+
+Poco::JSON::Object::Ptr objectSchema(const std::vector<MemberSchema>& members,
+                                     const ObjectSchemaOptions& options) {
+  Poco::JSON::Object::Ptr schema = newOrdered();
+  if (options.withDraft) schema->set("$schema", std::string(kSchemaDraft));
+  if (options.title != nullptr) schema->set("title", *options.title);
   schema->set("type", std::string("object"));
   Poco::JSON::Object::Ptr properties = newOrdered();
   Poco::JSON::Array::Ptr required = new Poco::JSON::Array;
-  if (typeName != nullptr) {
-    Poco::JSON::Object::Ptr typeMember = newOrdered();
-    typeMember->set("const", *typeName);
-    properties->set("type", typeMember);
-    required->add(std::string("type"));
+  Poco::JSON::Array::Ptr constraints = new Poco::JSON::Array;
+  if (options.constName != nullptr) {
+    Poco::JSON::Object::Ptr constant = newOrdered();
+    constant->set("const", *options.constValue);
+    properties->set(*options.constName, constant);
+    required->add(*options.constName);
   }
   for (const MemberSchema& member : members) {
     properties->set(member.name, member.schema);
-    if (member.required) required->add(member.name);
+    if (!member.alias) {
+      if (member.required) required->add(member.name);
+      continue;
+    }
+    properties->set(*member.alias, member.schema);
+    if (member.required) {
+      Poco::JSON::Array::Ptr either = new Poco::JSON::Array;
+      either->add(requiring({member.name}));
+      either->add(requiring({*member.alias}));
+      Poco::JSON::Object::Ptr oneOfTwo = newOrdered();
+      oneOfTwo->set("anyOf", either);
+      constraints->add(oneOfTwo);
+    }
+    Poco::JSON::Object::Ptr notBoth = newOrdered();
+    notBoth->set("not", requiring({member.name, *member.alias}));
+    constraints->add(notBoth);
   }
   schema->set("properties", properties);
   if (required->size() > 0) schema->set("required", required);
-  if (rejectUnknown) schema->set("additionalProperties", false);
+  if (constraints->size() > 0) schema->set("allOf", constraints);
+  if (options.rejectUnknown) schema->set("additionalProperties", false);
   return schema;
 }
 

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -48,14 +49,27 @@ struct MemberSchema {
   std::string name;
   Poco::JSON::Object::Ptr schema;
   bool required = true;
+  std::optional<std::string> alias;  // a second name the member is read under
 };
 
-// {"$schema":...,"title":<typeName>,"type":"object","properties":{...},"required":[...],
-//  "additionalProperties":false}: "$schema" only when withDraft; "title" and the property
-// "type" ({"const":<typeName>}, required) only when typeName is given; "required" only
-// when some member is; "additionalProperties" only when rejectUnknown.
+// What an object schema says beside its members.
+struct ObjectSchemaOptions {
+  const std::string* title = nullptr;
+  // A member holding exactly *constValue, first and required ("type" of a message type,
+  // the tag of a variant's alternative).
+  const std::string* constName = nullptr;
+  const std::string* constValue = nullptr;
+  bool rejectUnknown = false;
+  bool withDraft = false;
+};
+
+// {"$schema":...,"title":<title>,"type":"object","properties":{...},"required":[...],
+//  "allOf":[...],"additionalProperties":false}: "$schema" only withDraft; "title" and the
+// const member only when given; "required" only when some member is; "allOf" only when a
+// member has an alias: then each name is a property, a required member needs one of
+// them ({"anyOf":[{"required":[name]},{"required":[alias]}]}) and none may have both
+// ({"not":{"required":[name,alias]}}); "additionalProperties" only rejectUnknown.
 CONNECTOR_API Poco::JSON::Object::Ptr objectSchema(const std::vector<MemberSchema>& members,
-                                                   const std::string* typeName, bool rejectUnknown,
-                                                   bool withDraft);
+                                                   const ObjectSchemaOptions& options);
 
 }  // namespace connector::json::detail

@@ -7,6 +7,7 @@
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 
+#include "connector/types/detail/JsonText.hpp"
 #include "connector/types/detail/MemberError.hpp"
 
 namespace connector::json::detail {
@@ -81,6 +82,14 @@ void throwOutOfRange(std::int64_t value) {
 void throwOutOfRange(std::uint64_t value) {
   throw MemberError(": " + std::to_string(value) + " is out of range");
 }
+
+void throwOutOfRange(double value) {
+  std::string text = ": ";
+  appendNumber(text, value);
+  throw MemberError(text + " is out of range");
+}
+
+void throwNotUtf8() { throw MemberError(": the string is not valid UTF-8"); }
 
 void throwNotFinite(double value) {
   const char* text = std::isnan(value) ? "nan" : (value < 0 ? "-inf" : "inf");

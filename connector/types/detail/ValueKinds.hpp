@@ -51,6 +51,12 @@ CONNECTOR_API IntegerValue integerValue(const Poco::Dynamic::Var& value);
 // Throws MemberError ": <value> is out of range", the value in decimal as parsed.
 [[noreturn]] CONNECTOR_API void throwOutOfRange(std::int64_t value);
 [[noreturn]] CONNECTOR_API void throwOutOfRange(std::uint64_t value);
+// The same for a number, written as the writer writes it (a float member given 1e39).
+[[noreturn]] CONNECTOR_API void throwOutOfRange(double value);
+
+// Throws MemberError ": the string is not valid UTF-8" (writing only: the reader would
+// refuse the text).
+[[noreturn]] CONNECTOR_API void throwNotUtf8();
 
 // Throws MemberError ": <inf, -inf or nan> is not a finite number" (writing only: JSON
 // has no such numbers).
