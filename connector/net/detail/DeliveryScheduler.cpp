@@ -124,9 +124,9 @@ bool DeliveryScheduler::keepSlotForWaiting(Delivery& next) {
 
 transport::DeliveryAnswer DeliveryScheduler::run(Delivery& delivery) noexcept {
   const Clock::time_point begin = Clock::now();
-  transport::DeliveryAnswer answer = transport::deliverForAnswer(
-      router, forward, std::move(delivery.contentType), std::move(delivery.body), delivery.address,
-      delivery.deadline);
+  transport::DeliveryAnswer answer =
+      transport::deliverForAnswer(router, forward, std::move(delivery.contentType),
+                                  std::move(delivery.body), delivery.address, delivery.deadline);
   const auto micros =
       std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin).count();
   record(delivery.lane, static_cast<std::uint64_t>(std::max<std::int64_t>(micros, 0)));
