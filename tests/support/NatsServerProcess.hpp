@@ -127,6 +127,8 @@ class NatsServerProcess {
 
   void waitUntilReady(const std::string& log) {
     const std::string listening = "Listening for client connections on 127.0.0.1:";
+    const std::string routes = "Listening for route connections on 127.0.0.1:";
+    const bool clustered = configText.find("cluster {") != std::string::npos;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     std::string text;
     while (std::chrono::steady_clock::now() < deadline) {
@@ -135,10 +137,14 @@ class NatsServerProcess {
       read << in.rdbuf();
       text = read.str();
       const std::size_t at = text.find(listening);
-      if (at != std::string::npos && text.find("Server is ready") != std::string::npos) {
+      // The server says it is ready before it opens its route port: with a cluster block
+      // it is ready for the test only once that port is known too.
+      const std::size_t route = text.find(routes);
+      const bool routesKnown = !clustered || route != std::string::npos;
+      if (at != std::string::npos && text.find("Server is ready") != std::string::npos &&
+          routesKnown) {
         boundPort = static_cast<std::uint16_t>(std::stoi(text.substr(at + listening.size())));
-        const std::string routes = "Listening for route connections on 127.0.0.1:";
-        if (const std::size_t route = text.find(routes); route != std::string::npos) {
+        if (route != std::string::npos) {
           boundRoutePort =
               static_cast<std::uint16_t>(std::stoi(text.substr(route + routes.size())));
         }

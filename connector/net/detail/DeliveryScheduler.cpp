@@ -160,16 +160,25 @@ void DeliveryScheduler::runOnLoop(Delivery& delivery) {
   }
   // The loop went to another thread while this one delivered: this one is a spare now.
   delivery.client->deliveredElsewhere(delivery.sequence, std::move(answer));
+  // The client may hold the last reference to the gateway that owns this scheduler: it is
+  // let go once this scheduler is no longer used, or once the next delivery's client
+  // holds the gateway.
+  std::shared_ptr<DeliveryClient> finished = std::move(delivery.client);
   delivery = Delivery();
   Delivery next;
-  if (keepSlotForWaiting(next)) runOnSpare(std::move(next));
+  if (!keepSlotForWaiting(next)) return;
+  finished.reset();
+  runOnSpare(std::move(next));
 }
 
 void DeliveryScheduler::runOnSpare(Delivery delivery) {
   for (;;) {
     transport::DeliveryAnswer answer = run(delivery);
     delivery.client->deliveredElsewhere(delivery.sequence, std::move(answer));
-    delivery = Delivery();  // what it holds goes before the next one
+    // What it holds goes before the next one, except its client, which may hold the last
+    // reference to the gateway that owns this scheduler: that goes after the last use.
+    std::shared_ptr<DeliveryClient> finished = std::move(delivery.client);
+    delivery = Delivery();
     if (!keepSlotForWaiting(delivery)) return;
   }
 }
