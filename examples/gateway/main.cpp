@@ -256,6 +256,7 @@ int main(int argc, char** argv) {
     const auto listener = nodes ? natsmode::serve(nodes->gateway, *gateway, options) : nullptr;
     gateway->start();
     std::cout << "listening on " << gateway->url() << std::endl;
+    std::cout << "API docs at " << gateway->url() << "/docs" << std::endl;
 
     int signal = 0;
     while (sigwait(&stopSignals, &signal) == 0 && signal == SIGHUP) {
