@@ -98,8 +98,11 @@ std::vector<fs::path> candidates(const std::string& named) {
   if (!named.empty()) return {fs::path(named)};
   const fs::path library = libraryFolder();
   if (library.empty()) return {};
-  const fs::path share = fs::path("share") / "connector_json" / "swagger-ui";
-  return {library.parent_path() / share, library / share};
+  // Installed: CONNECTOR_SWAGGER_UI_INSTALLED leads from the library's folder to the
+  // package's share folder (e.g. "../share/connector_json/swagger-ui"). Build tree: the
+  // share folder beside the library.
+  return {(library / CONNECTOR_SWAGGER_UI_INSTALLED).lexically_normal(),
+          library / "share" / "connector_json" / "swagger-ui"};
 }
 
 bool readFile(const fs::path& path, std::string& bytes) {

@@ -8,9 +8,10 @@
 //
 // The page loads only files of the gateway itself, with no inline script or style of its
 // own, so that it works under kContentSecurityPolicy. Where the Swagger UI files are
-// looked for, when the options name no folder: <library folder>/../share/connector_json/
-// swagger-ui (an installed package), then <library folder>/share/connector_json/swagger-ui
-// (the build tree). Without them the page answers 404 with a text that says so, and the
+// looked for, when the options name no folder: the installed package's
+// <datadir>/connector_json/swagger-ui, found from the library's own folder (typically
+// <library folder>/../share/connector_json/swagger-ui), then <library folder>/share/
+// connector_json/swagger-ui (the build tree). Without them the page answers 404 with a text that says so, and the
 // document is still served.
 //
 // Thread-safety: constant after construction; read by any number of threads at once.
