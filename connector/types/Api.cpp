@@ -1,6 +1,7 @@
 #include "connector/types/Api.hpp"
 
 #include <cctype>
+#include <cstdio>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
@@ -43,6 +44,15 @@ bool pathCharacter(char c) {
   return std::isalnum(u) != 0 || std::strchr("-._~!$&'()*+,;=:@/", c) != nullptr;
 }
 
+// A character as an error text shows it: itself, or "\x1f" for a control character.
+std::string shownCharacter(char c) {
+  const auto u = static_cast<unsigned char>(c);
+  if (std::iscntrl(u) == 0) return std::string(1, c);
+  char hex[8];
+  std::snprintf(hex, sizeof hex, "\\x%02x", static_cast<unsigned>(u));
+  return hex;
+}
+
 void checkAddress(const std::string& address) {
   if (address.empty()) throw std::invalid_argument("an operation's address is empty");
   if (address[0] == '/') {
@@ -50,11 +60,10 @@ void checkAddress(const std::string& address) {
   }
   for (const char c : address) {
     if (c == '\0' || !pathCharacter(c)) {
-      std::string shown = std::iscntrl(static_cast<unsigned char>(c)) != 0
-                              ? "\\x" + std::to_string(static_cast<unsigned char>(c))
-                              : std::string(1, c);
-      throw std::invalid_argument("address \"" + address + "\": '" + shown +
-                                  "' cannot stand in a URL path");
+      std::string text = "address \"" + address + "\": '";
+      text += shownCharacter(c);
+      text += "' cannot stand in a URL path";
+      throw std::invalid_argument(text);
     }
   }
 }

@@ -48,8 +48,9 @@ class CONNECTOR_API Api {
   //   "address \"<address>\" is declared twice"
   //   "an operation's address is empty"
   //   "address \"<address>\" starts with '/'"
-  //   "address \"<address>\": '<c>' cannot stand in a URL path" (space, '?', '#', '%',
-  //       '{', '}', a control character, or anything but letters, digits and -._~!$&'()*+,;=:@/)
+  //   "address \"<address>\": '<c>' cannot stand in a URL path" for a space, '?', '#',
+  //       '%', '{', '}', a control character (shown as \x1f) or anything else but letters,
+  //       digits and -._~!$&'()*+,;=:@/
   //   "type \"<name>\" gives no component name: only letters, digits, '.', '-', '_' and
   //       '/' are allowed"
   //   "types \"<a>\" and \"<b>\" both give the component name \"<key>\""

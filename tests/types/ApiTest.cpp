@@ -234,7 +234,7 @@ TEST(Api, AddressesThatNoPathCanHoldAreRefused) {
   EXPECT_THROW_TEXT(api.operation("a?b", types.reserveItem, types.reservation, ""),
                     std::invalid_argument, "address \"a?b\": '?' cannot stand in a URL path");
   EXPECT_THROW_TEXT(api.operation("a\tb", types.reserveItem, types.reservation, ""),
-                    std::invalid_argument, "address \"a\tb\": '\\x9' cannot stand in a URL path");
+                    std::invalid_argument, "address \"a\tb\": '\\x09' cannot stand in a URL path");
   EXPECT_TRUE(api.operations().empty());
 }
 

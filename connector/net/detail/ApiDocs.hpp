@@ -11,8 +11,8 @@
 // looked for, when the options name no folder: the installed package's
 // <datadir>/connector_json/swagger-ui, found from the library's own folder (typically
 // <library folder>/../share/connector_json/swagger-ui), then <library folder>/share/
-// connector_json/swagger-ui (the build tree). Without them the page answers 404 with a text that says so, and the
-// document is still served.
+// connector_json/swagger-ui (the build tree). Without them the page answers 404 with a
+// text that says so, and the document is still served.
 //
 // Thread-safety: constant after construction; read by any number of threads at once.
 #pragma once
