@@ -158,6 +158,23 @@ TEST(Api, ARequestWhoseDefaultIsNotReadBackHasNoExample) {
                    ->has("example"));
 }
 
+enum class Mood { Calm = 1, Busy = 2 };
+struct MoodRequest : Message {
+  Mood mood{};  // 0: a value without a name, which cannot be written
+};
+
+TEST(Api, ARequestWhoseDefaultCannotBeWrittenHasNoExample) {
+  json::MessageType<MoodRequest> moods("test/Mood");
+  moods.field("mood", &MoodRequest::mood,
+              json::Enum<Mood>({{Mood::Calm, "calm"}, {Mood::Busy, "busy"}}));
+  json::Api api("moods", "1");
+  api.operation("test/mood", moods, shop::shopTypes().reservation, "mood");
+
+  EXPECT_EQ(api.operations()[0].example, "");
+  EXPECT_NE(api.operations()[0].requestSchema.find(R"("enum":["calm","busy"])"), std::string::npos)
+      << api.operations()[0].requestSchema;
+}
+
 TEST(Api, WithoutTokensTheErrorsAre400And404And413And503And504And500) {
   const Object::Ptr document = shopApi().openApi();
   const Object::Ptr responses = at(document, {"paths", "/shop/ReserveItem", "post", "responses"});
