@@ -55,6 +55,8 @@
 #include "connector/providers/ServiceProviderAPI.hpp"
 
 // Message types declared once: converters and JSON Schema from one declaration.
+#include "connector/types/Api.hpp"
+#include "connector/types/ApiOperation.hpp"
 #include "connector/types/Enum.hpp"
 #include "connector/types/Field.hpp"
 #include "connector/types/MessageType.hpp"

@@ -8,6 +8,7 @@
 //   options.threads = 8;
 //   options.metrics = gateway.metrics();     // one /metrics for HTTP and NATS
 //   options.serviceName = "shop";            // found by nats.js: services.client().ping("shop")
+//   options.api = std::make_shared<connector::json::Api>(api);   // types and schemas in INFO
 //   connector::nats::NatsListener listener(router, options);
 //
 // Thread-safety: a plain value, copied into the listener at construction.
@@ -21,6 +22,7 @@
 #include "connector/nats/NatsConnectionOptions.hpp"
 #include "connector/nats/Subjects.hpp"
 #include "connector/transport/MetricsRegistry.hpp"
+#include "connector/types/Api.hpp"
 
 namespace connector::nats {
 
@@ -57,6 +59,12 @@ struct NatsListenerOptions : NatsConnectionOptions {
   std::string serviceVersion;
   // Free text shown by INFO; empty by default.
   std::string serviceDescription;
+  // The operations served, described once (json::Api, as HttpGatewayOptions::api). Set:
+  // the INFO answer's endpoint of each bound address that the api declares carries, beside
+  // "address", the metadata "summary", "request_type", "request_schema", "answer_type"
+  // and "answer_schema" (the protocol's metadata values are strings: the schemas are
+  // their JSON text). Null (the default): "address" only.
+  std::shared_ptr<const json::Api> api;
 };
 
 }  // namespace connector::nats

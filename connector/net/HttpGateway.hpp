@@ -19,21 +19,25 @@
 //   GET /healthz  200 {"status":"ok"}; 503 {"status":"draining"} once stop() began
 //   GET /metrics  200, the gateway's metrics in the Prometheus text format
 //   GET /schemas  200, options.schemas ({"<type name>": <JSON Schema>, ...}), or {}
+//   GET /openapi.json  200, the OpenAPI 3.1.0 document of options.api; 404 without one
+//   GET /docs  200, interactive docs of that document (GET /docs/<file>: its files), with
+//        a Content-Security-Policy header; 404 without options.api or the Swagger UI files
 //   400  the service refused the request as invalid (std::invalid_argument), e.g. bytes
 //        that are not JSON for a registered type; a malformed request or request target;
 //        a body that ends before its declared length
 //   401  with authTokensFile, no accepted bearer token (every path but GET /healthz)
 //   404  nothing bound at <address>: "No service bound at address '<address>'"
 //   405  a method other than POST on an address, other than GET on "/", "/healthz",
-//        "/metrics" or "/schemas", with an Allow header
+//        "/metrics", "/schemas", "/openapi.json", "/docs" or "/docs/<file>", with an
+//        Allow header
 //   413  a body over maxBodyBytes: "Request body exceeds the limit of <n> bytes"
 //   431  a header over 8 KiB: "Request header exceeds the limit of 8192 bytes"
 //   503  the service is not running: "Service exists but is not running."; too many
 //        connections; no room in the in-flight budget (with Retry-After)
 //   504  no answer within deliveryTimeout: "No answer from '<address>' within <n> ms"
 //   500  anything else, with the failure's text
-// "/healthz", "/metrics" and "/schemas" are reserved: no address of that name can be
-// reached. Answers
+// "/healthz", "/metrics", "/schemas", "/openapi.json", "/docs" and every path under
+// "/docs/" are reserved: no address of that name can be reached. Answers
 // that leave a request's body unread (405, 413, 431, 503 busy) close the connection. The
 // gateway keeps serving after every one of them. See HttpGatewayOptions for the limits
 // and deadlines.

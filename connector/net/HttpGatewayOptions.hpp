@@ -10,6 +10,7 @@
 //   options.tlsCertificateFile = "/etc/shop/chain.pem";   // HTTPS
 //   options.tlsKeyFile = "/etc/shop/key.pem";
 //   options.authTokensFile = "/etc/shop/tokens";          // bearer tokens
+//   options.api = std::make_shared<connector::json::Api>(api);   // /openapi.json, /docs
 //   connector::net::HttpGateway gateway(router, options);
 //
 // Every limit answers or closes one client and leaves the others alone; none of them
@@ -26,6 +27,7 @@
 #include <string>
 
 #include "connector/transport/MetricsRegistry.hpp"
+#include "connector/types/Api.hpp"
 
 namespace connector::net {
 
@@ -92,6 +94,19 @@ struct HttpGatewayOptions {
   // The JSON document answered to GET /schemas (application/json), normally
   // {"<type name>": <JSON Schema>, ...} for the message types served. Empty: "{}".
   std::string schemas;
+
+  // The operations served, described once (json::Api). Set: GET /openapi.json answers
+  // their OpenAPI 3.1.0 document (application/json; with bearer security when
+  // authTokensFile is set), and GET /docs answers interactive docs of it (Swagger UI,
+  // every file served by the gateway itself, under a strict Content-Security-Policy).
+  // Null (the default): both answer 404 {"error":"This gateway has no API description"}.
+  // The document is rendered once, at construction.
+  std::shared_ptr<const json::Api> api;
+  // Where GET /docs finds the Swagger UI files (swagger-ui-dist). Empty (the default):
+  // the package's share folder, share/connector_json/swagger-ui beside the library's
+  // folder (installed) or inside it (build tree). Without the files, GET /docs answers
+  // 404 {"error":"The interactive docs are not installed: ..."}.
+  std::string swaggerUiFolder;
 
   // HTTPS: a PEM file with the server's certificate chain (its own certificate first,
   // then the intermediates) and a PEM file with its private key, not encrypted. Both

@@ -112,8 +112,8 @@ inline std::unique_ptr<connector::net::HttpGateway> edge(
   return gateway;
 }
 
-// The listener of --nats, serving `router` and counting into the gateway's /metrics;
-// null without --nats.
+// The listener of --nats, serving `router`, counting into the gateway's /metrics and
+// describing the gateway's operations (options.api) in $SRV.INFO; null without --nats.
 inline std::unique_ptr<connector::nats::NatsListener> serve(
     std::shared_ptr<connector::Router> router, const connector::net::HttpGateway& gateway,
     const connector::net::HttpGatewayOptions& options) {
@@ -126,6 +126,7 @@ inline std::unique_ptr<connector::nats::NatsListener> serve(
   listen.threads = options.threads;
   listen.drainTimeout = options.drainTimeout;
   listen.metrics = gateway.metrics();
+  listen.api = options.api;  // the same operations in the services protocol's INFO
   auto listener = std::make_unique<connector::nats::NatsListener>(std::move(router), listen);
   listener->start();
   std::cout << "serving over NATS at " << connector::nats::displayUrl(serveUrl) << " (subjects "

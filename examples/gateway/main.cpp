@@ -5,6 +5,7 @@
 // without services that forwards every request over NATS (NatsMode.hpp).
 //
 //   connector-gateway --port 0          # prints "listening on http://127.0.0.1:PORT"
+//   open http://127.0.0.1:PORT/docs     # the services' interactive docs (OpenAPI 3.1)
 //   curl -H 'Content-Type: application/json' http://127.0.0.1:PORT/shop/ReserveItem
 //        -d '{"type":"shop/ReserveItem","sku":"LAMP-01","quantity":2}'     (one line)
 //
@@ -20,6 +21,7 @@
 #include <cstdint>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <sstream>
 #include <string>
 
@@ -39,7 +41,9 @@ const char* const kUsage =
     "usage: connector-gateway [options]\n"
     "\n"
     "Serves the shop example's inventory services over HTTP: POST /<address> with a JSON\n"
-    "request, GET / lists the addresses, GET /healthz and GET /metrics report on the gateway.\n"
+    "request, GET / lists the addresses, GET /healthz and GET /metrics report on the gateway,\n"
+    "GET /openapi.json describes the services (OpenAPI 3.1) and GET /docs shows that in a\n"
+    "browser, where requests can be tried.\n"
     "Sizes are in bytes, times in seconds (fractions allowed, e.g. 0.5).\n"
     "\n"
     "  --bind ADDRESS               address to listen on (default 127.0.0.1)\n"
@@ -244,12 +248,15 @@ int main(int argc, char** argv) {
     // The far node (gateway router -> deserializers -> services), unless an edge.
     const auto nodes = natsmode::forwarding() ? nullptr : std::make_unique<shop::ShopNodes>();
     options.schemas = schemasText();
+    // GET /openapi.json and the interactive docs at GET /docs.
+    options.api = std::make_shared<connector::json::Api>(shop::shopApi());
     const auto gateway =
         nodes ? std::make_unique<connector::net::HttpGateway>(nodes->gateway, options)
               : natsmode::edge(options);
     const auto listener = nodes ? natsmode::serve(nodes->gateway, *gateway, options) : nullptr;
     gateway->start();
     std::cout << "listening on " << gateway->url() << std::endl;
+    std::cout << "API docs at " << gateway->url() << "/docs" << std::endl;
 
     int signal = 0;
     while (sigwait(&stopSignals, &signal) == 0 && signal == SIGHUP) {

@@ -41,4 +41,14 @@ Poco::JSON::Object::Ptr shopSchemas() {
   return schemas;
 }
 
+connector::json::Api shopApi() {
+  const ShopTypes& types = shopTypes();
+  connector::json::Api api("shop", "1.0.0");
+  api.operation(kReserveItem, types.reserveItem, types.reservation,
+                "Reserve pieces of an item (answers accepted false when too few are left)");
+  api.operation(kCancelOrder, types.cancelOrder, types.orderCancelled,
+                "Cancel a reservation by its id");
+  return api;
+}
+
 }  // namespace shop

@@ -8,6 +8,7 @@
 //   serializer->serialize(std::make_unique<shop::ReserveItem>("LAMP-01", 2), out);
 //   // {"sku":"LAMP-01","quantity":2,"type":"shop/ReserveItem"}
 //   Poco::JSON::Object::Ptr schemas = shop::shopSchemas();   // for GET /schemas
+//   options.api = std::make_shared<connector::json::Api>(shop::shopApi());   // /openapi.json
 //
 // Reading refuses a request whose members are missing or of the wrong kind with the
 // declared types' texts, e.g. deserialize(object) throws std::invalid_argument
@@ -43,5 +44,10 @@ void registerShopTypes(connector::json::JsonSerializer& serializer);
 //  "shop/OrderCancelled":<schema>}: the JSON Schema (draft 2020-12) of each type the
 // shop's services take or answer with. A new object on every call.
 Poco::JSON::Object::Ptr shopSchemas();
+
+// The shop's operations ("shop" 1.0.0): "shop/ReserveItem" takes a shop/ReserveItem and
+// answers a shop/Reservation, "shop/CancelOrder" takes a shop/CancelOrder and answers a
+// shop/OrderCancelled. For GET /openapi.json and /docs, and for NATS discovery.
+connector::json::Api shopApi();
 
 }  // namespace shop

@@ -3,6 +3,7 @@
 // endpoint per bound address with its counts; every listener answers.
 #include <chrono>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -16,10 +17,12 @@
 #include "NatsFixtures.hpp"
 #include "RawNatsClient.hpp"
 #include "SlowEcho.hpp"
+#include "shop/ShopTypes.hpp"
 #include "support/ExpectThrow.hpp"
 
 namespace {
 
+namespace json = connector::json;
 using connector::nats::NatsListener;
 using natstest::FarShop;
 using natstest::RawNatsClient;
@@ -93,6 +96,42 @@ TEST_F(NatsDiscoveryTest, InfoListsOneEndpointPerBoundAddressWithSubjectAndQueue
                 R"({"name":"shop_ReserveItem","subject":"connector.shop.ReserveItem",)"
                 R"("queue_group":"connector","metadata":{"address":"shop/ReserveItem"}}]})");
   EXPECT_EQ(gather(url(), "$SRV.INFO").size(), 1u);
+}
+
+TEST_F(NatsDiscoveryTest, WithTheApiInfoCarriesEachOperationsTypesAndSchemas) {
+  auto options = natstest::listenerOptions(url());
+  json::Api api("shop", "1.0.0");
+  const shop::ShopTypes& types = shop::shopTypes();
+  // shop/CancelOrder is bound but not declared: its endpoint shows the address only.
+  api.operation(shop::kReserveItem, types.reserveItem, types.reservation, "Reserve pieces");
+  api.operation("shop/Unbound", types.cancelOrder, types.orderCancelled, "not served");
+  options.api = std::make_shared<json::Api>(api);
+  FarShop far(options);
+
+  const auto info = parse(gather(url(), "$SRV.INFO.connector." + far.listener->serviceId()).at(0));
+  const auto endpoints = info->getArray("endpoints");
+  ASSERT_EQ(endpoints->size(), 2u);
+  std::ostringstream cancel;
+  endpoints->getObject(0)->getObject("metadata")->stringify(cancel);
+  EXPECT_EQ(cancel.str(), R"({"address":"shop/CancelOrder"})");
+  const auto reserve = endpoints->getObject(1)->getObject("metadata");
+  EXPECT_EQ(reserve->getNames(),
+            (std::vector<std::string>{"address", "answer_schema", "answer_type", "request_schema",
+                                      "request_type", "summary"}));
+  EXPECT_EQ(reserve->getValue<std::string>("address"), "shop/ReserveItem");
+  EXPECT_EQ(reserve->getValue<std::string>("summary"), "Reserve pieces");
+  EXPECT_EQ(reserve->getValue<std::string>("request_type"), "shop/ReserveItem");
+  EXPECT_EQ(reserve->getValue<std::string>("answer_type"), "shop/Reservation");
+  // Every value is a string; the schemas are the declared schemas' JSON text.
+  const auto textOf = [](const Poco::JSON::Object::Ptr& schema) {
+    std::ostringstream out;
+    schema->stringify(out);
+    return out.str();
+  };
+  EXPECT_EQ(reserve->getValue<std::string>("request_schema"), textOf(types.reserveItem.schema()));
+  EXPECT_EQ(reserve->getValue<std::string>("answer_schema"), textOf(types.reservation.schema()));
+  EXPECT_EQ(parse(reserve->getValue<std::string>("request_schema"))->getValue<std::string>("title"),
+            "shop/ReserveItem");
 }
 
 TEST_F(NatsDiscoveryTest, EndpointNamesKeepToTheProtocolsCharactersAndStayDistinct) {

@@ -16,6 +16,7 @@
 
 #include "NatsFixtures.hpp"
 #include "RawNatsClient.hpp"
+#include "shop/ShopTypes.hpp"
 #include "support/ExpectThrow.hpp"
 #include "support/NodeScript.hpp"
 
@@ -82,6 +83,7 @@ TEST_F(NatsJsClientsTest, TheJsServicesClientFindsListenersWithTheirEndpointsAnd
   auto options = natstest::listenerOptions(url());
   options.serviceName = "shop";
   options.serviceDescription = "inventory";
+  options.api = std::make_shared<connector::json::Api>(shop::shopApi());
   FarShop one(options);
   {
     natstest::RawNatsClient client(url());
@@ -125,6 +127,15 @@ TEST_F(NatsJsClientsTest, TheJsServicesClientFindsListenersWithTheirEndpointsAnd
     EXPECT_EQ(endpoints->getObject(1)->getValue<std::string>("subject"),
               "connector.shop.ReserveItem");
     EXPECT_EQ(endpoints->getObject(1)->getValue<std::string>("queue_group"), "connector");
+    // The operation's types and schemas, as nats.js hands them on.
+    const Object metadata = endpoints->getObject(1)->getObject("metadata");
+    EXPECT_EQ(metadata->getValue<std::string>("request_type"), "shop/ReserveItem");
+    EXPECT_EQ(metadata->getValue<std::string>("answer_type"), "shop/Reservation");
+    EXPECT_EQ(Poco::JSON::Parser()
+                  .parse(metadata->getValue<std::string>("answer_schema"))
+                  .extract<Object>()
+                  ->getValue<std::string>("title"),
+              "shop/Reservation");
   }
 
   const auto stats = found->getArray("stats");

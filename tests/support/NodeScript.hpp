@@ -7,6 +7,8 @@
 //   ASSERT_EQ(client.wait(std::chrono::seconds(30)), 0) << client.errors();
 //   parse(client.output());
 //
+//   NodeScript check("tests/net/js/validate_openapi.mjs", {url}, "@apidevtools/swagger-parser");
+//
 //   NodeScript service("tests/nats/js/serve_in_group.mjs", {server.url()});
 //   ASSERT_TRUE(service.waitForLine("ready", std::chrono::seconds(30))) << service.errors();
 //   ...                                            // the destructor ends it
@@ -45,11 +47,13 @@ namespace connector::testing {
 
 class NodeScript {
  public:
-  NodeScript(const std::string& script, const std::vector<std::string>& args) {
+  // `package`: the npm package the script needs (it must be in node_modules).
+  NodeScript(const std::string& script, const std::vector<std::string>& args,
+             const std::string& package = "nats") {
     const std::string root = CONNECTOR_SOURCE_DIR;
     const std::string node = findNode();
-    if (!std::filesystem::exists(root + "/node_modules/nats/package.json")) {
-      throw std::runtime_error("the npm package nats is missing from " + root +
+    if (!std::filesystem::exists(root + "/node_modules/" + package + "/package.json")) {
+      throw std::runtime_error("the npm package " + package + " is missing from " + root +
                                "/node_modules: run scripts/install-deps (npm ci)");
     }
     char pattern[] = "/tmp/node-test.XXXXXX";

@@ -348,6 +348,11 @@ std::vector<EndpointView> ListenerCore::endpoints(const State& s) {
       continue;  // an address no subject reaches is no endpoint
     }
     view.queueGroup = s.options.queueGroup;
+    if (s.options.api) {
+      for (const json::ApiOperation& operation : s.options.api->operations()) {
+        if (operation.address == addresses[i]) view.operation = &operation;
+      }
+    }
     s.stats.fill(view);
     views.push_back(std::move(view));
   }

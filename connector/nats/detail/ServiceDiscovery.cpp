@@ -106,6 +106,13 @@ std::string infoDocument(const ServiceIdentity& me, const std::vector<EndpointVi
     Poco::JSON::Object::Ptr entry = placeOf(endpoint);
     Poco::JSON::Object::Ptr metadata = ordered();
     metadata->set("address", endpoint.address);
+    if (const json::ApiOperation* operation = endpoint.operation) {
+      metadata->set("summary", operation->summary);
+      metadata->set("request_type", operation->requestType);
+      metadata->set("request_schema", operation->requestSchema);
+      metadata->set("answer_type", operation->answerType);
+      metadata->set("answer_schema", operation->answerSchema);
+    }
     entry->set("metadata", metadata);
     list->add(entry);
   }

@@ -10,7 +10,9 @@
 // Endpoint names follow the protocol's pattern [A-Za-z0-9_-]+: an address's other
 // characters become '_' ("shop/ReserveItem" -> "shop_ReserveItem"), a name that two
 // addresses would share gets "-2", "-3", ... for the later ones (in address order); the
-// exact address is in the endpoint's metadata as "address".
+// exact address is in the endpoint's metadata as "address", followed, for an address with
+// a declared operation, by its "summary", "request_type", "request_schema", "answer_type"
+// and "answer_schema" (schemas as JSON text: metadata values are strings).
 //
 // Thread-safety: plain functions without shared state.
 #pragma once
@@ -19,6 +21,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "connector/types/ApiOperation.hpp"
 
 namespace connector::nats::detail {
 
@@ -40,6 +44,9 @@ struct EndpointView {
   std::uint64_t errors = 0;
   std::int64_t processingNanos = 0;
   std::string lastError;
+  // The operation declared at the address, or null (INFO's metadata; see
+  // NatsListenerOptions::api).
+  const json::ApiOperation* operation = nullptr;
 };
 
 enum class Verb { None, Ping, Info, Stats };

@@ -102,6 +102,7 @@ GatewayCore::GatewayCore(std::shared_ptr<Router> router, std::shared_ptr<Context
       tokens(options.authTokensFile.empty()
                  ? nullptr
                  : std::make_unique<BearerTokens>(options.authTokensFile)),
+      docs(options.api, !options.authTokensFile.empty(), options.swaggerUiFolder),
       registry(options.metrics ? options.metrics : std::make_shared<transport::MetricsRegistry>()),
       metrics(*registry),
       budget(options.maxInFlightBytes),

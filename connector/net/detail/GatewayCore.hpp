@@ -34,6 +34,7 @@
 #include "connector/host/DataBuffer.hpp"
 #include "connector/host/Router.hpp"
 #include "connector/net/HttpGatewayOptions.hpp"
+#include "connector/net/detail/ApiDocs.hpp"
 #include "connector/net/detail/BearerTokens.hpp"
 #include "connector/net/detail/DeliveryScheduler.hpp"
 #include "connector/net/detail/EventLoops.hpp"
@@ -132,6 +133,8 @@ class GatewayCore : public std::enable_shared_from_this<GatewayCore> {
   const std::unique_ptr<boost::asio::ssl::context> tls;
   // The accepted bearer tokens when options.authTokensFile is set, else null.
   const std::unique_ptr<BearerTokens> tokens;
+  // The OpenAPI document and the interactive docs (GET /openapi.json, /docs).
+  const ApiDocs docs;
   const std::shared_ptr<transport::MetricsRegistry> registry;
   GatewayMetrics metrics;
   InFlightBudget budget;

@@ -355,7 +355,7 @@ void GatewaySession<Stream>::onHeader(const error_code& error) {
       if (!route.allow.empty()) slot->extraFields.append("Allow: " + route.allow + "\r\n");
       if (route.challenge) slot->extraFields.append("WWW-Authenticate: Bearer\r\n");
     } else {
-      answerLocally(*slot, route.kind);
+      answerLocally(*slot, route);
       slot->close = slot->close || unreadBody;
     }
     if (unreadBody) closing = true;
@@ -644,8 +644,8 @@ void GatewaySession<Stream>::answerError(Slot& slot, int status, const std::stri
 }
 
 template <class Stream>
-void GatewaySession<Stream>::answerLocally(Slot& slot, int kind) {
-  switch (kind) {
+void GatewaySession<Stream>::answerLocally(Slot& slot, const RequestRoute& local) {
+  switch (local.kind) {
     case RequestRoute::ListAddresses:
       answer(slot, 200, kJson, common::DataBuffer(core->addressesJson()), false);
       break;
@@ -664,11 +664,39 @@ void GatewaySession<Stream>::answerLocally(Slot& slot, int kind) {
                                     : std::string_view(core->options.schemas)),
              false);
       break;
+    case RequestRoute::OpenApi:
+      if (core->docs.described()) {
+        answer(slot, 200, kJson, common::DataBuffer(std::string_view(core->docs.openApi())), false);
+      } else {
+        answerError(slot, 404, core->docs.missing(), false);
+      }
+      break;
+    case RequestRoute::Docs:
+    case RequestRoute::DocsFile:
+      answerDocs(slot, local);
+      break;
     default:
       answer(slot, 200, "text/plain; version=0.0.4; charset=utf-8",
              common::DataBuffer(core->metricsText()), false);
       break;
   }
+}
+
+template <class Stream>
+void GatewaySession<Stream>::answerDocs(Slot& slot, const RequestRoute& local) {
+  const ApiDocs& docs = core->docs;
+  const ApiDocs::File* file =
+      local.kind == RequestRoute::Docs ? docs.page() : docs.find(local.address);
+  if (file != nullptr) {
+    answer(slot, 200, file->type, common::DataBuffer(std::string_view(file->bytes)), false);
+  } else if (local.kind == RequestRoute::Docs || docs.page() == nullptr) {
+    answerError(slot, 404, docs.missing(), false);
+  } else {
+    answerError(slot, 404, "No file '" + local.address + "' in the docs", false);
+  }
+  slot.extraFields.append("Content-Security-Policy: ");
+  slot.extraFields.append(kContentSecurityPolicy);
+  slot.extraFields.append("\r\nX-Content-Type-Options: nosniff\r\n");
 }
 
 template <class Stream>

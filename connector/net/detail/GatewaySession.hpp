@@ -170,7 +170,9 @@ class GatewaySession : public SessionBase,
   void answer(Slot& slot, int status, std::string_view contentType, common::DataBuffer&& body,
               bool close);
   void answerError(Slot& slot, int status, const std::string& text, bool close);
-  void answerLocally(Slot& slot, int kind);
+  void answerLocally(Slot& slot, const RequestRoute& local);
+  // GET /docs and /docs/<file>: the page or a file of it, under the docs' policy.
+  void answerDocs(Slot& slot, const RequestRoute& local);
   void onDelivered(std::uint64_t sequence, DeliveryAnswer&& delivered);
   // One timer per session watches the oldest delivery's deadline: deliveries end in
   // order of their deadlines' start, so it is re-armed for the next one only when it

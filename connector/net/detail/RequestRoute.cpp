@@ -40,6 +40,17 @@ void routePath(std::string_view method, std::string_view path, RequestRoute& rou
     onlyGet(method, path, RequestRoute::Metrics, route);
   } else if (path == kSchemasPath) {
     onlyGet(method, path, RequestRoute::Schemas, route);
+  } else if (path == kOpenApiPath) {
+    onlyGet(method, path, RequestRoute::OpenApi, route);
+  } else if (path == kDocsPath) {
+    onlyGet(method, path, RequestRoute::Docs, route);
+  } else if (path.size() > kDocsPath.size() && path.substr(0, kDocsPath.size()) == kDocsPath &&
+             path[kDocsPath.size()] == '/') {
+    onlyGet(method, path, RequestRoute::DocsFile, route);
+    if (route.kind == RequestRoute::DocsFile) {
+      const std::string_view name = path.substr(kDocsPath.size() + 1);
+      route.address.assign(name.data(), name.size());
+    }
   } else if (method != "POST") {
     refuse(
         route, 405,

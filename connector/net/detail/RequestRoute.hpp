@@ -5,8 +5,9 @@
 //   routeRequest("POST", "/shop%2FReserveItem", route);
 //   // route.kind == RequestRoute::Deliver, route.address == "shop/ReserveItem"
 //
-// Paths: "/" lists the bound addresses (GET), "/healthz", "/metrics" and "/schemas" are
-// reserved (GET), every other path names an address (POST). Any other method is refused 405
+// Paths: "/" lists the bound addresses (GET), "/healthz", "/metrics", "/schemas",
+// "/openapi.json", "/docs" and "/docs/<file>" are reserved (GET), every other path names
+// an address (POST). Any other method is refused 405
 // with the Allow header naming the one that is allowed; a target that cannot be decoded
 // is refused 400.
 //
@@ -24,11 +25,13 @@ namespace connector::net::detail {
 inline constexpr std::string_view kHealthPath = "/healthz";
 inline constexpr std::string_view kMetricsPath = "/metrics";
 inline constexpr std::string_view kSchemasPath = "/schemas";
+inline constexpr std::string_view kOpenApiPath = "/openapi.json";
+inline constexpr std::string_view kDocsPath = "/docs";
 
 struct RequestRoute {
-  enum Kind { ListAddresses, Health, Metrics, Schemas, Deliver, Refuse };
+  enum Kind { ListAddresses, Health, Metrics, Schemas, OpenApi, Docs, DocsFile, Deliver, Refuse };
   Kind kind = Refuse;
-  std::string address;     // Deliver: the address, without the leading '/'
+  std::string address;     // Deliver: the address, without the leading '/'; DocsFile: the name
   int status = 0;          // Refuse: 400 or 405
   std::string text;        // Refuse: the error text
   std::string allow;       // Refuse 405: the allowed method
