@@ -321,6 +321,37 @@ CONNECTOR_API bool arrayView(const Var& json, ArrayView& view);
 // The JSON object json holds, or nullptr.
 CONNECTOR_API const Poco::JSON::Object* objectOf(const Var& json);
 
+// The items of a vector, set or array as a JSON array, each through `inner`; a failing
+// item's error is given its index.
+template <typename Inner, typename Items>
+Var writeItems(const Inner& inner, const Items& values) {
+  Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
+  std::size_t index = 0;
+  for (const auto& value : values) {
+    try {
+      array->add(inner.write(value));
+    } catch (MemberError& e) {
+      e.within(index);
+      throw;
+    }
+    ++index;
+  }
+  return array;
+}
+
+// The same items appended to `out` as compact JSON text.
+template <typename Inner, typename Items>
+void writeItemsText(const Inner& inner, const Items& values, std::string& out) {
+  out.push_back('[');
+  bool first = true;
+  for (const auto& value : values) {
+    if (!first) out.push_back(',');
+    first = false;
+    inner.writeText(value, out);
+  }
+  out.push_back(']');
+}
+
 template <typename Inner>
 struct VectorCodec {
   using Value = std::vector<typename Inner::Value>;
@@ -328,20 +359,7 @@ struct VectorCodec {
   Inner inner;
   std::shared_ptr<const ItemCounts> counts{};  // the member's own array only
 
-  Var write(const Value& values) const {
-    Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
-    std::size_t index = 0;
-    for (const auto& value : values) {
-      try {
-        array->add(inner.write(value));
-      } catch (MemberError& e) {
-        e.within(index);
-        throw;
-      }
-      ++index;
-    }
-    return array;
-  }
+  Var write(const Value& values) const { return writeItems(inner, values); }
   void read(const Var& json, Value& out) const {
     ArrayView view;
     if (!arrayView(json, view)) throwKindMismatch(Kind::Array, json);
@@ -370,14 +388,7 @@ struct VectorCodec {
     return schema;
   }
   void writeText(const Value& values, std::string& out) const {
-    out.push_back('[');
-    bool first = true;
-    for (const auto& value : values) {
-      if (!first) out.push_back(',');
-      first = false;
-      inner.writeText(value, out);
-    }
-    out.push_back(']');
+    writeItemsText(inner, values, out);
   }
   void readDirect(DirectReader& in, Value& out) const {
     in.enterArray();

@@ -39,20 +39,7 @@ struct SetCodec {
   Inner inner;
   std::shared_ptr<const ItemCounts> counts{};  // the member's own array only
 
-  Var write(const Value& values) const {
-    Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
-    std::size_t index = 0;
-    for (const auto& value : values) {
-      try {
-        array->add(inner.write(value));
-      } catch (MemberError& e) {
-        e.within(index);
-        throw;
-      }
-      ++index;
-    }
-    return array;
-  }
+  Var write(const Value& values) const { return writeItems(inner, values); }
   void read(const Var& json, Value& out) const {
     ArrayView view;
     if (!arrayView(json, view)) throwKindMismatch(Kind::Array, json);
@@ -77,14 +64,7 @@ struct SetCodec {
     return schema;
   }
   void writeText(const Value& values, std::string& out) const {
-    out.push_back('[');
-    bool first = true;
-    for (const auto& value : values) {
-      if (!first) out.push_back(',');
-      first = false;
-      inner.writeText(value, out);
-    }
-    out.push_back(']');
+    writeItemsText(inner, values, out);
   }
   void readDirect(DirectReader& in, Value& out) const {
     in.enterArray();
@@ -104,18 +84,7 @@ struct FixedArrayCodec {
   static constexpr bool optional = false;
   Inner inner;
 
-  Var write(const Value& values) const {
-    Poco::JSON::Array::Ptr array = new Poco::JSON::Array;
-    for (std::size_t index = 0; index < N; ++index) {
-      try {
-        array->add(inner.write(values[index]));
-      } catch (MemberError& e) {
-        e.within(index);
-        throw;
-      }
-    }
-    return array;
-  }
+  Var write(const Value& values) const { return writeItems(inner, values); }
   void read(const Var& json, Value& out) const {
     ArrayView view;
     if (!arrayView(json, view)) throwKindMismatch(Kind::Array, json);
@@ -137,12 +106,7 @@ struct FixedArrayCodec {
     return schema;
   }
   void writeText(const Value& values, std::string& out) const {
-    out.push_back('[');
-    for (std::size_t index = 0; index < N; ++index) {
-      if (index > 0) out.push_back(',');
-      inner.writeText(values[index], out);
-    }
-    out.push_back(']');
+    writeItemsText(inner, values, out);
   }
   void readDirect(DirectReader& in, Value& out) const {
     in.enterArray();
