@@ -98,7 +98,7 @@ class TextPublisher final : public PublisherAPI<DataBuffer> {
 
 }  // namespace
 
-std::shared_ptr<PublisherAPI<DataBuffer>> publisherOf(std::string text) {
+std::shared_ptr<PublisherAPI<DataBuffer>> publisherOf(const std::string& text) {
   return std::make_shared<TextPublisher>(DataBuffer(std::string_view(text)));
 }
 

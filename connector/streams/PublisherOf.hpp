@@ -32,7 +32,7 @@ namespace connector::json {
 // A publisher of text's bytes. Its subscribe throws std::invalid_argument
 // "Subscriber must not be null." for an empty subscriber.
 CONNECTOR_API std::shared_ptr<reactive_streams::PublisherAPI<common::DataBuffer>> publisherOf(
-    std::string text);
+    const std::string& text);
 
 // A publisher of the buffer's bytes (size bytes from data); as above.
 CONNECTOR_API std::shared_ptr<reactive_streams::PublisherAPI<common::DataBuffer>> publisherOf(
