@@ -38,6 +38,7 @@
 
 // Streams.
 #include "connector/streams/OneShotPublisher.hpp"
+#include "connector/streams/PublisherOf.hpp"
 #include "connector/streams/ReduceToDataBuffer.hpp"
 #include "connector/streams/ReducingSubscriber.hpp"
 

@@ -3,9 +3,13 @@
 //
 //   std::shared_ptr<JsonSerializer> serializer = std::make_shared<JsonSerializerImpl>();
 //   serializer->registerType("shop/Reserve", typeid(Reserve), reserveToJson, reserveFromJson);
+//   auto reserve = std::make_unique<Reserve>();
 //   std::ostringstream out;
-//   serializer->serialize(std::make_unique<Reserve>(), out);   // {"type":"shop/Reserve",...}
-//   auto back = serializer->deserialize(publisherOf(out.str())).get();
+//   serializer->serialize(reserve, out);   // {"type":"shop/Reserve",...}; reserve keeps it
+//   std::unique_ptr<connector::Message> back =
+//       serializer->deserialize(connector::json::publisherOf(out.str())).get();
+//
+// (publisherOf: connector/streams/PublisherOf.hpp, through <connector/json.hpp>.)
 //
 // A serialized message is one JSON object whose member "type" holds the registered
 // name; the value form is the converter's object without that member.
@@ -19,6 +23,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <type_traits>
 #include <typeinfo>
 #include <vector>
 
@@ -45,6 +50,40 @@ using DeserializerFn =
 // A byte publisher of the host's reactive streams.
 using BytePublisher =
     std::shared_ptr<connector::reactive_streams::PublisherAPI<connector::common::DataBuffer>>;
+
+namespace detail {
+
+// Whether Held (as deduced for a forwarding reference) names an lvalue std::unique_ptr
+// of a class derived from connector::Message, other than connector::Message itself.
+template <typename Held>
+struct IsDerivedMessagePtr : std::false_type {};
+template <typename M>
+struct IsDerivedMessagePtr<std::unique_ptr<M>>
+    : std::bool_constant<std::is_convertible_v<M*, connector::Message*> &&
+                         !std::is_same_v<std::remove_cv_t<M>, connector::Message>> {};
+template <typename Held>
+using IfNamedDerivedMessagePtr = std::enable_if_t<
+    std::is_lvalue_reference_v<Held> &&
+        IsDerivedMessagePtr<std::remove_cv_t<std::remove_reference_t<Held>>>::value,
+    int>;
+
+// A std::unique_ptr<connector::Message> that refers to a message owned elsewhere for
+// the length of one call, and lets go of it (without deleting it) when it ends,
+// whatever way the call ends. The callee sees it by const reference only.
+class BorrowedMessage {
+ public:
+  explicit BorrowedMessage(connector::Message* message) noexcept : held(message) {}
+  BorrowedMessage(const BorrowedMessage&) = delete;
+  BorrowedMessage& operator=(const BorrowedMessage&) = delete;
+  ~BorrowedMessage() { static_cast<void>(held.release()); }
+
+  const std::unique_ptr<connector::Message>& get() const noexcept { return held; }
+
+ private:
+  std::unique_ptr<connector::Message> held;
+};
+
+}  // namespace detail
 
 class CONNECTOR_API JsonSerializer {
  public:
@@ -111,6 +150,23 @@ class CONNECTOR_API JsonSerializer {
 
   // Writes the serialized form as compact text to out. Throws as serialize(message).
   virtual void serialize(const std::unique_ptr<connector::Message>& message, std::ostream& out) = 0;
+
+  // serialize(message, out) and serializeValue(message, out) for a message held by a
+  // named std::unique_ptr<Derived> (const or not), Derived a class derived from
+  // connector::Message: the same object goes to the virtual operation, and the caller's
+  // pointer keeps owning it (nothing is moved or copied). Same results and exceptions.
+  // A temporary std::unique_ptr<Derived> converts to std::unique_ptr<connector::Message>
+  // and goes to the virtual operation directly, as it always has.
+  template <typename Held, detail::IfNamedDerivedMessagePtr<Held> = 0>
+  void serialize(Held&& message, std::ostream& out) {
+    const detail::BorrowedMessage borrowed(message.get());
+    serialize(borrowed.get(), out);
+  }
+  template <typename Held, detail::IfNamedDerivedMessagePtr<Held> = 0>
+  void serializeValue(Held&& message, std::ostream& out) {
+    const detail::BorrowedMessage borrowed(message.get());
+    serializeValue(borrowed.get(), out);
+  }
 
   // A publisher of the value form (no "type"); a null converter result surfaces as
   // Poco::NullPointerException only when the publisher writes.

@@ -73,6 +73,11 @@ class CONNECTOR_API JsonSerializerImpl : public JsonSerializer,
       const std::string& name, Poco::SharedPtr<Poco::JSON::Object>&& object) override;
   std::unique_ptr<connector::Message> deserialize(
       Poco::SharedPtr<Poco::JSON::Object>&& object) override;
+  // The base's serialize and serializeValue for a named std::unique_ptr<Derived> stay
+  // visible beside the overrides below. A class derived from this one that declares
+  // serialize or serializeValue itself keeps them with the same using-declarations.
+  using JsonSerializer::serialize;
+  using JsonSerializer::serializeValue;
   BytePublisher serialize(const std::unique_ptr<connector::Message>& message) override;
   void serialize(const std::unique_ptr<connector::Message>& message, std::ostream& out) override;
   BytePublisher serializeValue(const std::unique_ptr<connector::Message>& message) override;

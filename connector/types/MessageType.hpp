@@ -8,8 +8,8 @@
 //       .field("priority", &Order::priority, priority)   // a json::Enum<Priority>
 //       .field("weights", &Order::weights);         // std::map<std::string, double>
 //   order.rejectUnknownMembers();                   // optional
-//   order.registerWith(*serializer);                // registerType("shop/Order", typeid(Order),
-//   ...) Poco::JSON::Object::Ptr schema = order.schema();
+//   order.registerWith(*serializer);                // registerType("shop/Order", ...)
+//   Poco::JSON::Object::Ptr schema = order.schema();
 //
 // On a JsonSerializerImpl, registerWith also puts the declaration's direct codec beside
 // the converters, so that the serializer goes straight between Order and JSON text (see

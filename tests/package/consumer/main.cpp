@@ -1,8 +1,10 @@
 // A program outside the repository: it sees only the installed package. It is also the
-// README's example of declaring a message type and sending it through the bridge.
+// README's example of declaring a message type, writing it as JSON text and reading it
+// back, and sending it through the bridge.
 #include <connector/json.hpp>
 
 #include <iostream>
+#include <sstream>
 
 using namespace connector;
 
@@ -41,8 +43,15 @@ int main() {
 
   auto request = std::make_unique<Greeting>();
   request->text = "world";
+  std::ostringstream out;  // text out; request keeps its message
+  serializer->serialize(request, out);
+  std::cout << out.str() << '\n';  // {"text":"world","type":"demo/Greeting"}
+  std::unique_ptr<Message> back = serializer->deserialize(json::publisherOf(out.str())).get();
+  const bool asText = out.str() == R"({"text":"world","type":"demo/Greeting"})" &&
+                      dynamic_cast<Greeting&>(*back).text == "world";  // text in
+
   std::unique_ptr<Message> answer = client->deliver(std::move(request), Address(greet)).get();
   const std::string text = dynamic_cast<Greeting&>(*answer).text;  // typeinfo crosses libraries
   std::cout << text << '\n';                                       // hello, world
-  return text == "hello, world" ? 0 : 1;
+  return asText && text == "hello, world" ? 0 : 1;
 }
