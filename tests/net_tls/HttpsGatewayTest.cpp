@@ -70,7 +70,7 @@ TEST(HttpsGatewayTest, AFarFailureArrivesOverHttpsWithItsText) {
                         .get(),
                     std::runtime_error,
                     "POST " + far.url() +
-                        "/shop/CancelOrder failed: HTTP 500 Internal Server Error: " +
+                        "/shop/CancelOrder failed: HTTP 404 Not Found: " +
                         "order not found: ORD-404");
 }
 
