@@ -21,8 +21,11 @@
 // and texts (connector/transport/FailureAnswer.hpp):
 //   400  the service refused the request (std::invalid_argument), e.g. bytes that are not
 //        JSON; a subject that maps to no address ("Subject 'connector.a/b' maps to no
-//        address: token 'a/b' holds '/'")
+//        address: token 'a/b' holds '/'"); a body whose root is not a JSON object (or an
+//        empty one): "the request body must be a JSON object", undelivered
 //   404  nothing bound at the address: "No service bound at address '<address>'"
+//   any  a connector::transport::StatusError of the service: its status and answer text
+//        (e.g. 404 "order not found: <id>")
 //   503  the service is not running: "Service exists but is not running."
 //   500  any other failure, with its text; an answer that is not an OpaqueMessage ("The
 //        service at '<address>' answered without an OpaqueMessage"); an answer over the

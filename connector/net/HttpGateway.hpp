@@ -1,6 +1,7 @@
 // connector::net::HttpGateway: an HTTP server that lets any HTTP client reach the
-// services bound on a router. POST /<address> with a body becomes an OpaqueMessage
-// (the request's Content-Type, the body bytes) delivered to the router at <address>,
+// services bound on a router. POST /<address> with a JSON object as its body becomes an
+// OpaqueMessage (the request's Content-Type, application/json when it has none, and the
+// body bytes) delivered to the router at <address>,
 // normally bound to a JsonDeserializerServiceProvider; the answer's content type and
 // bytes become the 200 response.
 //
@@ -24,13 +25,16 @@
 //        a Content-Security-Policy header; 404 without options.api or the Swagger UI files
 //   400  the service refused the request as invalid (std::invalid_argument), e.g. bytes
 //        that are not JSON for a registered type; a malformed request or request target;
-//        a body that ends before its declared length
+//        a body that ends before its declared length; a body whose root is not a JSON
+//        object (or an empty one): "the request body must be a JSON object", undelivered
 //   401  with authTokensFile, no accepted bearer token (every path but GET /healthz)
 //   404  nothing bound at <address>: "No service bound at address '<address>'"
 //   405  a method other than POST on an address, other than GET on "/", "/healthz",
 //        "/metrics", "/schemas", "/openapi.json", "/docs" or "/docs/<file>", with an
 //        Allow header
 //   413  a body over maxBodyBytes: "Request body exceeds the limit of <n> bytes"
+//   415  a POST whose Content-Type is neither application/json nor application/<x>+json
+//        (any case, parameters allowed): "Content-Type must be application/json"
 //   431  a header over 8 KiB: "Request header exceeds the limit of 8192 bytes"
 //   503  the service is not running: "Service exists but is not running."; too many
 //        connections; no room in the in-flight budget (with Retry-After)
@@ -38,7 +42,7 @@
 //   500  anything else, with the failure's text
 // "/healthz", "/metrics", "/schemas", "/openapi.json", "/docs" and every path under
 // "/docs/" are reserved: no address of that name can be reached. Answers
-// that leave a request's body unread (405, 413, 431, 503 busy) close the connection. The
+// that leave a request's body unread (405, 413, 415, 431, 503 busy) close the connection. The
 // gateway keeps serving after every one of them. See HttpGatewayOptions for the limits
 // and deadlines.
 //

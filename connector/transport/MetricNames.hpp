@@ -23,7 +23,8 @@ inline constexpr const char* kGatewayConnectionsOpenHelp = "Connections open";
 // Gauge: requests read (their header at least) and not yet answered.
 inline constexpr const char* kGatewayRequestsInFlight = "connector_gateway_requests_in_flight";
 inline constexpr const char* kGatewayRequestsInFlightHelp = "Requests read and not yet answered";
-// Counter, label "reason" (below): connections or requests refused or cut at a limit.
+// Counter, label "reason" (below): connections or requests refused or cut at a limit, or
+// refused for what they are (a wrong token, a content type that is not JSON).
 inline constexpr const char* kGatewayRejected = "connector_gateway_rejected_total";
 inline constexpr const char* kGatewayRejectedHelp = "Connections and requests refused at a limit";
 
@@ -50,6 +51,8 @@ inline constexpr const char* kBodyTimeout = "body_timeout";          // body sta
 inline constexpr const char* kDeliveryTimeout = "delivery_timeout";  // answered 504
 inline constexpr const char* kTls = "tls";    // TLS handshake failed (plain HTTP, garbage, alert)
 inline constexpr const char* kAuth = "auth";  // no or a wrong bearer token: answered 401
+// A POST whose Content-Type is not JSON: answered 415, nothing delivered.
+inline constexpr const char* kContentType = "content_type";
 }  // namespace reason
 
 }  // namespace connector::transport::metric

@@ -27,13 +27,15 @@ struct ErrorAnswer {
 };
 constexpr ErrorAnswer kErrorAnswers[] = {
     {"400", "BadRequest",
-     "The request is not JSON, is not of the operation's request type, or the service "
-     "refused it"},
+     "The request body is not a JSON object, is not of the operation's request type, or "
+     "the service refused it"},
     {"401", "Unauthorized",
      "No bearer token, or not one the gateway accepts (the answer carries "
      "WWW-Authenticate: Bearer)"},
     {"404", "NotFound", "No service is bound at the address"},
     {"413", "PayloadTooLarge", "The request body is larger than the gateway accepts"},
+    {"415", "UnsupportedMediaType",
+     "The request's Content-Type is neither application/json nor application/<x>+json"},
     {"503", "ServiceUnavailable", "The gateway is busy or draining, or the service is not running"},
     {"504", "GatewayTimeout", "The service did not answer in time"},
     {"500", "InternalServerError", "The service failed"},

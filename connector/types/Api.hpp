@@ -10,7 +10,7 @@
 //
 // The document has one "POST /<address>" per operation: the request's schema is its body
 // (with an example request), the answer's schema its 200 response, and the error answers
-// of the HTTP gateway (400, 401 with tokens, 404, 413, 503, 504, 500) share the schema
+// of the HTTP gateway (400, 401 with tokens, 404, 413, 415, 503, 504, 500) share the schema
 // {"error": "<text>"}. The type schemas sit under components/schemas, keyed by the type
 // name with '/' turned into '.' ("shop.ReserveItem"), and the operations "$ref" them; the
 // error schema is "Error". An HttpGateway serves the document at GET /openapi.json

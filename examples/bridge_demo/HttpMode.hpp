@@ -11,7 +11,8 @@
 //
 //   bridge_demo --http https://127.0.0.1:8443 --ca-file ca.pem --token-file token
 //
-// Over HTTP a far failure arrives as "POST <url> failed: HTTP 500 ...: <text>", and the
+// Over HTTP a far failure arrives as "POST <url> failed: HTTP <status> <reason>: <text>",
+// e.g. "HTTP 404 Not Found: order not found: ORD-404", and the
 // far inventory (one per gateway, several behind a balancer) is not the local one, so
 // the local stock and reservation-id checks do not apply.
 //
@@ -28,6 +29,7 @@
 
 #include <connector/json.hpp>
 #include <connector/net/HttpLink.hpp>
+#include <connector/transport/StatusError.hpp>
 
 namespace httpmode {
 
@@ -89,6 +91,10 @@ inline bool usable() {
     std::cerr << "bridge_demo: --ca-file and --token-file go with --http\n";
     return false;
   }
+  if (!linkOptions.caFile.empty() && url.rfind("https://", 0) != 0) {
+    std::cerr << "bridge_demo: --ca-file goes with an https:// URL in --http\n";
+    return false;
+  }
   try {
     connector::net::HttpLink probe(url, linkOptions);
     return true;
@@ -98,12 +104,18 @@ inline bool usable() {
   }
 }
 
-// True when `error` is the far failure `expected`, as the link in use reports it.
+// True when `error` is the far failure `expected`, answered 404, as the link in use
+// reports it: in process, the service's own StatusError; over HTTP, the link's
+// std::runtime_error naming the status.
 inline bool isFarFailure(const std::exception& error, const std::string& expected) {
-  if (typeid(error) != typeid(std::runtime_error)) return false;
   const std::string text = error.what();
-  if (!enabled()) return text == expected;
-  const std::string suffix = ": " + expected;
+  if (!enabled()) {
+    const auto* failure = dynamic_cast<const connector::transport::StatusError*>(&error);
+    return typeid(error) == typeid(connector::transport::StatusError) && failure->status() == 404 &&
+           text == expected && failure->answerText() == expected;
+  }
+  if (typeid(error) != typeid(std::runtime_error)) return false;
+  const std::string suffix = " failed: HTTP 404 Not Found: " + expected;
   return text.rfind("POST " + url, 0) == 0 && text.size() > suffix.size() &&
          text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
 }

@@ -9,9 +9,10 @@
 //   natsmode::connectWait = std::chrono::seconds(30);     // from --nats-connect-wait
 //   auto link = natsmode::linkFor(std::move(inProcessLink));
 //
-// Over NATS a far failure arrives as "NATS request to connector.<subject> failed: status
-// 500: <text>", and the far inventories (one per service process) are not the local one,
-// so the local stock and reservation-id checks do not apply.
+// Over NATS a far failure arrives as a StatusError "NATS request to connector.<subject>
+// failed: status <status>: <text>" (404 for an unknown order), and the far inventories (one per
+// service process) are not the local one, so the local stock and reservation-id checks do not
+// apply.
 //
 // Thread-safety: the settings are made once, before any thread starts.
 #pragma once
@@ -60,8 +61,9 @@ inline std::shared_ptr<connector::Context> linkFor(std::shared_ptr<connector::Co
 // True when `error` is the far failure `expected`, as the NATS link reports it.
 inline bool isFarFailure(const std::exception& error, const std::string& expected) {
   if (typeid(error) != typeid(connector::transport::StatusError)) return false;
+  if (static_cast<const connector::transport::StatusError&>(error).status() != 404) return false;
   const std::string text = error.what();
-  const std::string suffix = " failed: status 500: " + expected;
+  const std::string suffix = " failed: status 404: " + expected;
   return text.rfind("NATS request to ", 0) == 0 && text.size() > suffix.size() &&
          text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
 }

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include <connector/json.hpp>
+#include <connector/transport/StatusError.hpp>
 
 #include "HttpMode.hpp"
 #include "NatsMode.hpp"
@@ -76,7 +77,20 @@ bool parsePositive(const std::string& text, long max, long& value) {
   return value >= 1 && value <= max;
 }
 
-// Returns -1 when the program should go on, else the exit status.
+// The flags that take a value.
+const char* const kValueFlags[] = {"--requests",     "--threads",      "--http",
+                                   "--ca-file",      "--token-file",   "--nats",
+                                   "--nats-timeout", "--nats-ca-file", "--nats-connect-wait"};
+
+bool takesValue(const std::string& arg) {
+  for (const char* flag : kValueFlags) {
+    if (arg == flag) return true;
+  }
+  return false;
+}
+
+// Returns -1 when the program should go on, else the exit status. A usage error prints
+// one line naming the flag, never the usage text (--help shows that).
 int parseOptions(int argc, char** argv, Options& options) {
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
@@ -84,33 +98,45 @@ int parseOptions(int argc, char** argv, Options& options) {
       std::cout << kUsage;
       return 0;
     }
-    if (arg == "--http" && i + 1 < argc) {  // --http mode, see HttpMode.hpp
+    if (arg == "--quiet") {
+      options.quiet = true;
+      continue;
+    }
+    if (!takesValue(arg)) {
+      std::cerr << "bridge_demo: unknown option " << arg << " (see --help)\n";
+      return 2;
+    }
+    if (i + 1 >= argc) {
+      std::cerr << "bridge_demo: " << arg << " needs a value\n";
+      return 2;
+    }
+    if (arg == "--http") {  // --http mode, see HttpMode.hpp
       httpmode::url = argv[++i];
       continue;
     }
-    if (arg == "--nats" && i + 1 < argc) {  // --nats mode, see NatsMode.hpp
+    if (arg == "--nats") {  // --nats mode, see NatsMode.hpp
       natsmode::url = argv[++i];
       continue;
     }
-    if (arg == "--nats-ca-file" && i + 1 < argc) {
+    if (arg == "--nats-ca-file") {
       natsmode::caFile = argv[++i];
       continue;
     }
-    if (arg == "--nats-connect-wait" && i + 1 < argc) {
+    if (arg == "--nats-connect-wait") {
       char* end = nullptr;
       const double seconds = std::strtod(argv[++i], &end);
       if (*end != '\0' || !(seconds >= 0 && seconds <= 86400)) {
-        std::cerr << "bridge_demo: --nats-connect-wait needs seconds from 0 to 86400\n\n" << kUsage;
+        std::cerr << "bridge_demo: --nats-connect-wait needs seconds from 0 to 86400\n";
         return 2;
       }
       natsmode::connectWait = std::chrono::milliseconds(static_cast<long>(seconds * 1000));
       continue;
     }
-    if (arg == "--nats-timeout" && i + 1 < argc) {
+    if (arg == "--nats-timeout") {
       char* end = nullptr;
       const double seconds = std::strtod(argv[++i], &end);
       if (*end != '\0' || !(seconds >= 0.001 && seconds <= 86400)) {
-        std::cerr << "bridge_demo: --nats-timeout needs seconds from 0.001 to 86400\n\n" << kUsage;
+        std::cerr << "bridge_demo: --nats-timeout needs seconds from 0.001 to 86400\n";
         return 2;
       }
       natsmode::timeout = std::chrono::milliseconds(static_cast<long>(seconds * 1000));
@@ -118,19 +144,13 @@ int parseOptions(int argc, char** argv, Options& options) {
     }
     if (const int taken = httpmode::parseSecurityFlag(arg, argc, argv, i); taken >= 0) {
       if (taken == 0) continue;
-      std::cerr << "\n" << kUsage;
       return 2;
-    }
-    if (arg == "--quiet") {
-      options.quiet = true;
-      continue;
     }
     if (arg == "--requests" || arg == "--threads") {
       long value = 0;
       const long max = arg == "--requests" ? 100000000L : 256L;
-      if (i + 1 >= argc || !parsePositive(argv[i + 1], max, value)) {
-        std::cerr << "bridge_demo: " << arg << " needs a whole number from 1 to " << max << "\n\n"
-                  << kUsage;
+      if (!parsePositive(argv[i + 1], max, value)) {
+        std::cerr << "bridge_demo: " << arg << " needs a whole number from 1 to " << max << "\n";
         return 2;
       }
       ++i;
@@ -141,8 +161,6 @@ int parseOptions(int argc, char** argv, Options& options) {
       }
       continue;
     }
-    std::cerr << "bridge_demo: unknown option '" << arg << "'\n\n" << kUsage;
-    return 2;
   }
   return -1;
 }
@@ -159,6 +177,15 @@ std::string describe(const shop::Reservation& r) {
 
 std::string typeName(const std::exception& error) {
   return foundation::core::diag::detail::demangle_typeid_name(typeid(error).name(), true);
+}
+
+// A failure as the demo prints it: its type, its status when it carries one, its text.
+std::string describeFailure(const std::exception& error) {
+  std::string text = typeName(error);
+  if (const auto* status = dynamic_cast<const connector::transport::StatusError*>(&error)) {
+    text += " " + std::to_string(status->status());
+  }
+  return text + " \"" + error.what() + "\"";
 }
 
 // One reservation through the bridge, printed; true when it came back as asked.
@@ -199,7 +226,7 @@ bool showFailingRequest(shop::ShopNodes& nodes, PrintingLink& printing, std::ost
         .get();
     out << "  outcome: answered, but a failure was expected\n";
   } catch (const std::exception& error) {
-    out << "  outcome:       " << typeName(error) << " \"" << error.what() << "\"\n";
+    out << "  outcome:       " << describeFailure(error) << "\n";
     ok = natsmode::enabled() ? natsmode::isFarFailure(error, expected)
                              : httpmode::isFarFailure(error, expected);
   }

@@ -57,6 +57,12 @@ inline void sayWaiting(const std::string& url) {
   std::cout << "waiting for the NATS server at " << url << std::endl;
 }
 
+// Whether `arg` is one of the NATS flags.
+inline bool isFlag(const std::string& arg) {
+  return arg == "--nats" || arg == "--forward" || arg == "--nats-ca-file" ||
+         arg == "--nats-connect-wait";
+}
+
 // True when `arg` is one of the NATS flags (its `value` taken); `good` false for a value
 // that does not parse.
 inline bool accept(const std::string& arg, const std::string& value, bool& good) {

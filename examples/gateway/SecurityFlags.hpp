@@ -17,6 +17,22 @@
 
 namespace security {
 
+// Whether `flag` is one of the flags above.
+inline bool isFlag(const std::string& flag) {
+  return flag == "--tls-cert" || flag == "--tls-key" || flag == "--auth-tokens";
+}
+
+// Empty when the flags go together, else why not (in terms of the flags).
+inline std::string conflict(const connector::net::HttpGatewayOptions& options) {
+  if (!options.tlsCertificateFile.empty() && options.tlsKeyFile.empty()) {
+    return "--tls-cert needs --tls-key";
+  }
+  if (options.tlsCertificateFile.empty() && !options.tlsKeyFile.empty()) {
+    return "--tls-key needs --tls-cert";
+  }
+  return {};
+}
+
 // Takes one of the flags above into `options`; false for any other flag.
 inline bool parseFlag(const std::string& flag, const std::string& value,
                       connector::net::HttpGatewayOptions& options) {

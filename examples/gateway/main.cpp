@@ -114,7 +114,30 @@ bool parseSeconds(const std::string& text, std::chrono::milliseconds& value) {
   return value.count() > 0;
 }
 
-// Returns -1 when the program should go on, else the exit status.
+// The flags of main.cpp's own that take a value (SecurityFlags.hpp and NatsMode.hpp
+// name theirs).
+const char* const kFlags[] = {"--bind",
+                              "--port",
+                              "--io-threads",
+                              "--threads",
+                              "--max-connections",
+                              "--max-body",
+                              "--max-in-flight-bytes",
+                              "--header-timeout",
+                              "--body-timeout",
+                              "--keep-alive-timeout",
+                              "--delivery-timeout",
+                              "--drain-timeout"};
+
+bool isFlag(const std::string& arg) {
+  for (const char* flag : kFlags) {
+    if (arg == flag) return true;
+  }
+  return security::isFlag(arg) || natsmode::isFlag(arg);
+}
+
+// Returns -1 when the program should go on, else the exit status. A usage error prints
+// one line naming the flag, never the usage text (--help shows that).
 int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& options) {
   options.port = 8080;
   for (int i = 1; i < argc; ++i) {
@@ -123,12 +146,12 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
       std::cout << kUsage;
       return 0;
     }
-    if (arg.rfind("--", 0) != 0 || arg.size() < 3) {
-      std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
+    if (!isFlag(arg)) {
+      std::cerr << "connector-gateway: unknown option " << arg << " (see --help)\n";
       return 2;
     }
     if (i + 1 >= argc) {
-      std::cerr << "connector-gateway: " << arg << " needs a value\n\n" << kUsage;
+      std::cerr << "connector-gateway: " << arg << " needs a value\n";
       return 2;
     }
     const std::string value = argv[++i];
@@ -161,12 +184,9 @@ int parseOptions(int argc, char** argv, connector::net::HttpGatewayOptions& opti
     } else if (security::parseFlag(arg, value, options)) {  // see SecurityFlags.hpp
     } else if (natsmode::accept(arg, value, good)) {        // see NatsMode.hpp
       good = good && !value.empty();
-    } else {
-      std::cerr << "connector-gateway: unknown option '" << arg << "'\n\n" << kUsage;
-      return 2;
     }
     if (!good) {
-      std::cerr << "connector-gateway: bad value '" << value << "' for " << arg << "\n\n" << kUsage;
+      std::cerr << "connector-gateway: bad value '" << value << "' for " << arg << "\n";
       return 2;
     }
   }
@@ -214,6 +234,11 @@ void printLimits(const connector::net::HttpGatewayOptions& options, rlim_t openF
   }
 }
 
+// "1 request", "2 requests".
+std::string requests(std::uint64_t count) {
+  return std::to_string(count) + (count == 1 ? " request" : " requests");
+}
+
 // GET /schemas: the JSON Schemas of the shop's message types, by type name.
 std::string schemasText() {
   std::ostringstream out;
@@ -226,7 +251,9 @@ std::string schemasText() {
 int main(int argc, char** argv) {
   connector::net::HttpGatewayOptions options;
   if (int status = parseOptions(argc, argv, options); status >= 0) return status;
-  if (const std::string conflict = natsmode::conflict(); !conflict.empty()) {
+  std::string conflict = security::conflict(options);
+  if (conflict.empty()) conflict = natsmode::conflict();
+  if (!conflict.empty()) {
     std::cerr << "connector-gateway: " << conflict << "\n";
     return 2;
   }
@@ -264,12 +291,12 @@ int main(int argc, char** argv) {
     }
     if (listener) {
       listener->stop();  // leaves the queue group first; HTTP goes on meanwhile
-      std::cout << "connector-gateway: served " << listener->requestsServed()
-                << " requests over NATS" << std::endl;
+      std::cout << "connector-gateway: served " << requests(listener->requestsServed())
+                << " over NATS" << std::endl;
     }
     gateway->stop();
     std::cout << "connector-gateway: stopped on signal " << signal << ", served "
-              << gateway->requestsServed() << " requests" << std::endl;
+              << requests(gateway->requestsServed()) << std::endl;
   } catch (const std::exception& error) {
     std::cerr << "connector-gateway: " << error.what() << std::endl;
     return 1;

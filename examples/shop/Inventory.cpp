@@ -1,7 +1,8 @@
 #include "shop/Inventory.hpp"
 
 #include <cstdio>
-#include <stdexcept>
+
+#include <connector/transport/StatusError.hpp>
 
 namespace shop {
 
@@ -28,7 +29,9 @@ OrderCancelled Inventory::cancel(const std::string& orderId) {
   std::lock_guard<std::mutex> lock(mutex);
   auto found = reservations.find(orderId);
   if (found == reservations.end()) {
-    throw std::runtime_error("order not found: " + orderId);
+    // A status of its own, so that every transport answers an unknown order 404.
+    const std::string text = "order not found: " + orderId;
+    throw connector::transport::StatusError(404, text, text);
   }
   stock[found->second.first] += found->second.second;
   reservations.erase(found);

@@ -3,7 +3,7 @@
 //   shop::Inventory inventory({{"LAMP-01", 10}});
 //   shop::Reservation r = inventory.reserve("LAMP-01", 2);   // accepted, "R-000001"
 //   inventory.cancel(r.reservationId);                        // the 2 lamps are back
-//   inventory.cancel("ORD-404");   // throws std::runtime_error "order not found: ORD-404"
+//   inventory.cancel("ORD-404");   // throws StatusError 404 "order not found: ORD-404"
 //
 // Thread-safety: every operation may be called from any thread; one mutex guards the
 // stock and the reservations.
@@ -30,8 +30,10 @@ class Inventory {
   // for an unknown SKU, a quantity below 1, or not enough stock. Never throws.
   Reservation reserve(const std::string& sku, int quantity);
 
-  // Puts the pieces of reservation `orderId` back. Throws std::runtime_error
-  // "order not found: <orderId>" for an unknown or already cancelled reservation.
+  // Puts the pieces of reservation `orderId` back. Throws
+  // connector::transport::StatusError(404, "order not found: <orderId>", the same text)
+  // for an unknown or already cancelled reservation: the HTTP gateway and the NATS
+  // listener answer it 404 {"error":"order not found: <orderId>"}.
   OrderCancelled cancel(const std::string& orderId);
 
   // Pieces of `sku` on the shelf (0 for an unknown SKU).

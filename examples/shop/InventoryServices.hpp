@@ -1,6 +1,7 @@
 // The inventory's typed services: ReserveItemService answers "shop/ReserveItem" with a
 // "shop/Reservation"; CancelOrderService answers "shop/CancelOrder" with a
-// "shop/OrderCancelled", or fails with std::runtime_error "order not found: <id>".
+// "shop/OrderCancelled", or fails with connector::transport::StatusError 404
+// "order not found: <id>" (answered 404 by the HTTP gateway and the NATS listener).
 //
 //   auto inventory = std::make_shared<shop::Inventory>(shop::Inventory::demoStock());
 //   services->bind(connector::Address(shop::kReserveItem),

@@ -2,6 +2,7 @@
 // client of the client node sees.
 #include <gtest/gtest.h>
 #include <connector/json.hpp>
+#include <connector/transport/StatusError.hpp>
 
 #include <memory>
 #include <mutex>
@@ -108,7 +109,16 @@ TEST(BridgeTest, AServiceFailureOnTheFarNodeReachesTheClientWithItsTypeAndText) 
   Future<MessagePtr> answer = nodes.client->deliver(std::make_unique<shop::CancelOrder>("ORD-404"),
                                                     Address(shop::kCancelOrder));
 
-  EXPECT_THROW_TEXT(answer.get(), std::runtime_error, "order not found: ORD-404");
+  EXPECT_THROW_TEXT(answer.get(), connector::transport::StatusError, "order not found: ORD-404");
+  Future<MessagePtr> again = nodes.client->deliver(std::make_unique<shop::CancelOrder>("ORD-404"),
+                                                   Address(shop::kCancelOrder));
+  try {
+    again.get();
+    ADD_FAILURE() << "the cancellation of an unknown order succeeded";
+  } catch (const connector::transport::StatusError& failure) {
+    EXPECT_EQ(failure.status(), 404);
+    EXPECT_STREQ(failure.answerText(), "order not found: ORD-404");
+  }
 }
 
 TEST(BridgeTest, ACancellationOfAnExistingReservationPutsTheStockBack) {

@@ -58,7 +58,7 @@ edge=$(wait_for "$work/edge.out" 's/^listening on //p')
 
 "$demo" --nats "$url" "${ca[@]}" --nats-timeout 5 --requests 200 --quiet >"$work/demo.out" 2>&1 ||
   fail "bridge_demo over TLS with the token"
-answer=$(curl -sS --max-time 5 -d '{"type":"shop/ReserveItem","sku":"LAMP-01","quantity":2}' \
+answer=$(curl -sS --max-time 5 -H 'Content-Type: application/json' -d '{"type":"shop/ReserveItem","sku":"LAMP-01","quantity":2}' \
   "$edge/shop/ReserveItem")
 case $answer in *'"accepted":true'*) ;; *) fail "the edge answered $answer" ;; esac
 

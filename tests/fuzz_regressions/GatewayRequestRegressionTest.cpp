@@ -125,12 +125,12 @@ TEST_F(GatewayRequestRegressionTest, AContentLengthThenChunkedIsRefused400) {
   expectStillServing();
 }
 
-// A body whose one byte is not UTF-8: the parser's error text quotes it, and the 400's
-// body must still be JSON.
+// An object whose value is a byte that is not UTF-8: the parser's error text quotes it,
+// and the 400's body must still be JSON.
 TEST_F(GatewayRequestRegressionTest, AnErrorQuotingBytesThatAreNotUtf8IsStillAJsonBody) {
   const std::string answer = exchange(
       "POST /fuzz/echo HTTP/1.1\r\nHost: fuzz\r\nContent-Type: application/json\r\n"
-      "Content-Length: 1\r\n\r\n\xE5");
+      "Content-Length: 7\r\n\r\n{\"a\":\xE5}");
   EXPECT_EQ(answer.compare(0, 13, "HTTP/1.1 400 "), 0) << answer;
   const std::size_t body = answer.find("\r\n\r\n");
   ASSERT_NE(body, std::string::npos) << answer;

@@ -54,7 +54,7 @@ TEST_F(NatsBridgeTest, AFarServiceFailureReachesTheClientWithItsStatusAndText) {
                                   connector::Address(shop::kCancelOrder))
                         .get(),
                     connector::transport::StatusError,
-                    "NATS request to connector.shop.CancelOrder failed: status 500: order not "
+                    "NATS request to connector.shop.CancelOrder failed: status 404: order not "
                     "found: ORD-404");
 }
 

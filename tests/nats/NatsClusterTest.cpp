@@ -86,7 +86,7 @@ TEST(NatsClusterTest, KillingTheNodeOfAListenerLosesOnlyItsRequestsInFlightAndIt
 
   // The load: kThreads threads, each sending rounds of kRound requests and waiting for
   // them, so that a round waiting for a lost request's time-out holds up one thread
-  // only. Each request's text is its number.
+  // only. Each request's text is its number, as {"n":<number>}.
   constexpr int kThreads = 4;
   constexpr int kRound = 4;
   constexpr int kMaxRequests = 30000;
@@ -108,7 +108,7 @@ TEST(NatsClusterTest, KillingTheNodeOfAListenerLosesOnlyItsRequestsInFlightAndIt
           if (number >= kMaxRequests) break;
           sentAt[static_cast<std::size_t>(number)] = Clock::now().time_since_epoch().count();
           round.push_back(
-              link.deliver(natstest::opaque(std::to_string(number)), Address("test/echo")));
+              link.deliver(natstest::opaque(natstest::numbered(number)), Address("test/echo")));
         }
         if (round.empty()) return;
         for (MessageFuture& future : round) {
@@ -133,7 +133,7 @@ TEST(NatsClusterTest, KillingTheNodeOfAListenerLosesOnlyItsRequestsInFlightAndIt
       if (number >= kMaxRequests) return;
       sentAt[static_cast<std::size_t>(number)] = Clock::now().time_since_epoch().count();
       probes.push_back(
-          probe.deliver(natstest::opaque(std::to_string(number)), Address("test/echo")));
+          probe.deliver(natstest::opaque(natstest::numbered(number)), Address("test/echo")));
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
   });
@@ -152,7 +152,7 @@ TEST(NatsClusterTest, KillingTheNodeOfAListenerLosesOnlyItsRequestsInFlightAndIt
   const auto servedAgainAt = [&]() -> std::optional<Clock::time_point> {
     std::optional<Clock::time_point> first;
     for (const auto& [text, began] : echoOne->stamps()) {
-      const Clock::time_point sentWhen(Clock::duration(sentAt[std::stoul(text)].load()));
+      const Clock::time_point sentWhen(Clock::duration(sentAt[natstest::numberOf(text)].load()));
       if (sentWhen > killedAt && (!first || began < *first)) first = began;
     }
     return first;

@@ -154,7 +154,8 @@ TEST_F(NatsConcurrencyTest, ADrainInTheMiddleOfALoadLosesNothing) {
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < kEach; ++i) {
-        const std::string body = std::to_string(t) + ":" + std::to_string(i);
+        const std::string body =
+            "{\"t\":" + std::to_string(t) + ",\"i\":" + std::to_string(i) + "}";
         try {
           if (natstest::textOf(link.deliver(natstest::opaque(body), Address("test/slow")).get()) ==
               body) {

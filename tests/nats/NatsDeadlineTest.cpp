@@ -47,23 +47,24 @@ TEST_F(NatsDeadlineTest, ARequestWhoseTimeRanOutWhileQueuedIsSkippedAndCounted) 
   listener.start();
   NatsLink link(natstest::linkOptions(url()));
   // The one worker is busy for 150 ms with this one.
-  MessageFuture busy = link.deliver(natstest::opaque("first"), Address("test/slow"));
+  MessageFuture busy = link.deliver(natstest::opaque(R"({"first":1})"), Address("test/slow"));
   while (echo->started < 1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 
   RawNatsClient client(url());
-  const auto expired =
-      client.request("connector.test.slow", "late", {{"Connector-Timeout-Ms", "50"}}, 1000);
+  const auto expired = client.request("connector.test.slow", R"({"late":1})",
+                                      {{"Connector-Timeout-Ms", "50"}}, 1000);
   EXPECT_TRUE(expired.timedOut);  // skipped: no answer at all
-  EXPECT_EQ(natstest::textOf(busy.get()), "first");
+  EXPECT_EQ(natstest::textOf(busy.get()), R"({"first":1})");
   // Unreadable values count as no header: served.
   for (const char* value : {"abc", "-5", "12345678901", ""}) {
+    const std::string body = std::string(R"({"v":")") + value + R"("})";
     const auto served =
-        client.request("connector.test.slow", value, {{"Connector-Timeout-Ms", value}}, 3000);
-    EXPECT_EQ(served.body, value);
+        client.request("connector.test.slow", body, {{"Connector-Timeout-Ms", value}}, 3000);
+    EXPECT_EQ(served.body, body);
   }
-  const auto inTime =
-      client.request("connector.test.slow", "in time", {{"Connector-Timeout-Ms", "2000"}}, 3000);
-  EXPECT_EQ(inTime.body, "in time");
+  const auto inTime = client.request("connector.test.slow", R"({"in":"time"})",
+                                     {{"Connector-Timeout-Ms", "2000"}}, 3000);
+  EXPECT_EQ(inTime.body, R"({"in":"time"})");
   EXPECT_EQ(listener.requestsExpired(), 1u);
   EXPECT_EQ(expiredMetric(listener), "connector_nats_expired_total 1");
   EXPECT_EQ(echo->started, 6);  // "late" never reached the service
@@ -128,7 +129,7 @@ TEST_F(NatsDeadlineTest, AnOverloadedServiceSkipsWhatNobodyWaitsForAndKeepsUp) {
   constexpr int kRequests = 200;
   std::vector<MessageFuture> burst;
   for (int i = 0; i < kRequests; ++i) {
-    burst.push_back(link.deliver(natstest::opaque(std::to_string(i)), Address("test/slow")));
+    burst.push_back(link.deliver(natstest::opaque(natstest::numbered(i)), Address("test/slow")));
   }
   int answered = 0;
   for (MessageFuture& future : burst) {

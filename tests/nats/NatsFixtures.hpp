@@ -84,6 +84,15 @@ struct ClientShop : connector::testing::LinkedShop<connector::nats::NatsLink> {
       : LinkedShop(std::make_shared<connector::nats::NatsLink>(options)) {}
 };
 
+// {"n":<i>}: a body that tells requests apart and that a listener delivers (it delivers
+// JSON objects only).
+inline std::string numbered(int i) { return "{\"n\":" + std::to_string(i) + "}"; }
+
+// The <i> of a numbered(i) body.
+inline std::size_t numberOf(const std::string& body) {
+  return std::stoul(body.substr(std::string("{\"n\":").size()));
+}
+
 // An OpaqueMessage request of `contentType` and `body`.
 inline std::unique_ptr<connector::Message> opaque(
     const std::string& body, const std::string& contentType = "application/json") {

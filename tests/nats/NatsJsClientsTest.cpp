@@ -49,7 +49,7 @@ TEST_F(NatsJsClientsTest, AJsClientCallsAListenerAndReadsItsErrorsAsServiceError
   EXPECT_FALSE(reserve->getValue<bool>("isServiceError"));
   const Object cancel = seen->getObject("cancel");
   EXPECT_TRUE(cancel->getValue<bool>("isServiceError"));
-  EXPECT_EQ(cancel->getValue<int>("code"), 500);
+  EXPECT_EQ(cancel->getValue<int>("code"), 404);
   EXPECT_EQ(cancel->getValue<std::string>("text"), "order not found: ORD-404");
   EXPECT_EQ(cancel->getValue<std::string>("data"), R"({"error":"order not found: ORD-404"})");
   const Object unbound = seen->getObject("unbound");

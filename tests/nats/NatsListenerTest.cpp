@@ -72,7 +72,27 @@ TEST_F(NatsListenerTest, BytesThatAreNotJsonAreAnswered400AndServingGoesOn) {
   EXPECT_EQ(served.body.rfind(R"({"reservationId":"R-000001")", 0), 0u) << served.body;
 }
 
-TEST_F(NatsListenerTest, AnUnboundAddressIs404AndAServiceFailureIs500WithItsText) {
+TEST_F(NatsListenerTest, ABodyThatIsNotAJsonObjectIsAnswered400AndNothingIsDelivered) {
+  FarShop far(url());
+  RawNatsClient client(url());
+  for (const std::string body : {"[]", "\"text\"", "12", "null", "", "  \r\n"}) {
+    const RawReply refused = client.request("connector.shop.ReserveItem", body);
+    EXPECT_EQ(status(refused), "400") << body;
+    EXPECT_EQ(contentType(refused), "application/json") << body;
+    EXPECT_EQ(refused.body, R"({"error":"the request body must be a JSON object"})") << body;
+    EXPECT_EQ(refused.headers.at("Nats-Service-Error-Code"), "400") << body;
+    EXPECT_EQ(refused.headers.at("Nats-Service-Error"), "the request body must be a JSON object")
+        << body;
+  }
+  // Nothing reached the inventory: the first reservation still gets the first id.
+  const RawReply served =
+      client.request("connector.shop.ReserveItem", std::string(" \n") + kReserve);
+  EXPECT_EQ(status(served), "");
+  EXPECT_EQ(served.body.rfind(R"({"reservationId":"R-000001")", 0), 0u) << served.body;
+  EXPECT_EQ(far.nodes->inventory->available("LAMP-01"), 1000000 - 2);
+}
+
+TEST_F(NatsListenerTest, AnUnboundAddressIs404AndAServiceFailureKeepsItsStatusAndText) {
   FarShop far(url());
   RawNatsClient client(url());
   const RawReply unbound = client.request("connector.shop.Nothing", "{}");
@@ -80,7 +100,8 @@ TEST_F(NatsListenerTest, AnUnboundAddressIs404AndAServiceFailureIs500WithItsText
   EXPECT_EQ(unbound.body, R"({"error":"No service bound at address 'shop/Nothing'"})");
   const RawReply failed =
       client.request("connector.shop.CancelOrder", R"({"type":"shop/CancelOrder","orderId":"X"})");
-  EXPECT_EQ(status(failed), "500");
+  EXPECT_EQ(status(failed), "404");
+  EXPECT_EQ(contentType(failed), "application/json");
   EXPECT_EQ(failed.body, R"({"error":"order not found: X"})");
 }
 
@@ -96,7 +117,7 @@ TEST_F(NatsListenerTest, FailuresCarryTheErrorHeadersOfTheNatsServicesProtocolTo
                 {"Nats-Service-Error-Code", "404"}}));
   const RawReply failed =
       client.request("connector.shop.CancelOrder", R"({"type":"shop/CancelOrder","orderId":"X"})");
-  EXPECT_EQ(failed.headers.at("Nats-Service-Error-Code"), "500");
+  EXPECT_EQ(failed.headers.at("Nats-Service-Error-Code"), "404");
   EXPECT_EQ(failed.headers.at("Nats-Service-Error"), "order not found: X");
   const RawReply served = client.request("connector.shop.ReserveItem", kReserve);
   EXPECT_EQ(served.headers,

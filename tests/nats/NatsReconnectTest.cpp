@@ -23,13 +23,15 @@ using connector::testing::NatsServerProcess;
 using Clock = std::chrono::steady_clock;
 using MessageFuture = connector::Future<std::unique_ptr<connector::Message>>;
 
+const char* const kAgain = R"({"again":true})";
+
 // Sends to "test/slow" every 20 ms until an answer comes back, at most `limit`.
 bool answeredWithin(NatsLink& link, std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
   while (Clock::now() < deadline) {
     try {
-      if (natstest::textOf(link.deliver(natstest::opaque("again"), Address("test/slow")).get()) ==
-          "again") {
+      if (natstest::textOf(link.deliver(natstest::opaque(kAgain), Address("test/slow")).get()) ==
+          kAgain) {
         return true;
       }
     } catch (const std::exception&) {
@@ -67,9 +69,10 @@ void restartFailsRequestsInFlightAndLaterOnesSucceed(bool kill) {
   server.start();  // same port
   EXPECT_TRUE(answeredWithin(link, std::chrono::seconds(10)));
   for (int i = 0; i < 5; ++i) {
-    EXPECT_EQ(natstest::textOf(
-                  link.deliver(natstest::opaque(std::to_string(i)), Address("test/slow")).get()),
-              std::to_string(i));
+    EXPECT_EQ(
+        natstest::textOf(
+            link.deliver(natstest::opaque(natstest::numbered(i)), Address("test/slow")).get()),
+        natstest::numbered(i));
   }
   EXPECT_EQ(link.requestsInFlight(), 0u);
 }

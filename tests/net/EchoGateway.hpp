@@ -1,6 +1,7 @@
 // A gateway in front of one echoing service whose pace a test controls: a body starting
-// with "hold" waits until release() (at most 10 s), "sleep:<ms>" sleeps that long, any
-// other body is echoed at once. For the gateway's limit, deadline and drain tests.
+// with {"hold" waits until release() (at most 10 s), {"sleep":<ms>} sleeps that long,
+// any other body is echoed at once (the gateway delivers JSON objects only, so the
+// markers are objects too). For the gateway's limit, deadline and drain tests.
 //
 //   HttpGatewayOptions options;
 //   options.deliveryTimeout = std::chrono::milliseconds(200);
@@ -25,6 +26,14 @@
 
 namespace nettest {
 
+// The bodies ControlledEcho acts on: kHold, and {"sleep":<ms>}.
+inline constexpr const char* kHold = R"({"hold":1})";
+inline constexpr const char* kHoldPrefix = R"({"hold")";
+inline constexpr const char* kSleepPrefix = R"({"sleep":)";
+
+// {"sleep":<ms>}
+inline std::string sleepFor(int millis) { return kSleepPrefix + std::to_string(millis) + "}"; }
+
 class ControlledEcho : public connector::ServiceProvider {
  public:
   void start() override {}
@@ -39,11 +48,12 @@ class ControlledEcho : public connector::ServiceProvider {
       ++entered;
     }
     changed.notify_all();
-    if (body.rfind("hold", 0) == 0) {
+    if (body.rfind(kHoldPrefix, 0) == 0) {
       std::unique_lock<std::mutex> lock(mutex);
       changed.wait_for(lock, std::chrono::seconds(10), [this] { return released; });
-    } else if (body.rfind("sleep:", 0) == 0) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(body.substr(6))));
+    } else if (body.rfind(kSleepPrefix, 0) == 0) {
+      const std::string millis = body.substr(std::string(kSleepPrefix).size());
+      std::this_thread::sleep_for(std::chrono::milliseconds(std::stoi(millis)));
     }
     {
       std::lock_guard<std::mutex> lock(mutex);

@@ -39,7 +39,7 @@ std::vector<std::unique_ptr<RawClient>> block(EchoGateway& echo, int count) {
   std::vector<std::unique_ptr<RawClient>> held;
   for (int i = 0; i < count; ++i) {
     held.push_back(std::make_unique<RawClient>(echo.port()));
-    EXPECT_TRUE(held.back()->send(nettest::post("/echo", "hold")));
+    EXPECT_TRUE(held.back()->send(nettest::post("/echo", nettest::kHold)));
   }
   EXPECT_TRUE(echo.service->waitEntered(count));
   return held;
@@ -149,7 +149,7 @@ TEST(GatewayBlockedServicesTest, ABlockedDeliveryIsAnsweredOnceItsServiceReturns
   std::optional<Reply> reply = held.front()->readReply(kAnswerWait);
   ASSERT_TRUE(reply);
   EXPECT_EQ(reply->status, 200);
-  EXPECT_EQ(reply->body, "hold");
+  EXPECT_EQ(reply->body, nettest::kHold);
   // The connection serves its next request as before.
   ASSERT_TRUE(held.front()->send(nettest::post("/echo", R"({"next":1})")));
   reply = held.front()->readReply(kAnswerWait);

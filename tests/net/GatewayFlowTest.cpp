@@ -22,6 +22,8 @@ using nettest::Reply;
 using std::chrono::milliseconds;
 
 const milliseconds kAnswerWait{5000};
+// A JSON object of 60 bytes.
+const std::string kSixtyBytes = R"({"n":")" + std::string(52, '7') + R"("})";
 
 TEST(GatewayFlowTest, PipelinedRequestsAreAnsweredInOrderWhateverTheirPace) {
   HttpGatewayOptions options;
@@ -29,10 +31,11 @@ TEST(GatewayFlowTest, PipelinedRequestsAreAnsweredInOrderWhateverTheirPace) {
   EchoGateway echo(options);
   RawClient client(echo.port());
   // The first takes longest; the answers still come in request order.
-  ASSERT_TRUE(client.send(nettest::post("/echo", "sleep:200") + nettest::post("/echo", "sleep:50") +
-                          nettest::get("/healthz") + nettest::post("/echo", "{\"n\":4}")));
-  const std::vector<std::string> expected = {"sleep:200", "sleep:50", R"({"status":"ok"})",
-                                             "{\"n\":4}"};
+  ASSERT_TRUE(client.send(nettest::post("/echo", nettest::sleepFor(200)) +
+                          nettest::post("/echo", nettest::sleepFor(50)) + nettest::get("/healthz") +
+                          nettest::post("/echo", "{\"n\":4}")));
+  const std::vector<std::string> expected = {nettest::sleepFor(200), nettest::sleepFor(50),
+                                             R"({"status":"ok"})", "{\"n\":4}"};
   for (const std::string& body : expected) {
     std::optional<Reply> reply = client.readReply(kAnswerWait);
     ASSERT_TRUE(reply) << "no answer for " << body;
@@ -49,9 +52,10 @@ TEST(GatewayFlowTest, AnAnswerLargerThanTheSocketTakesAtOnceArrivesWhole) {
   RawClient client(echo.port());
   // Sent, then read only after a pause: the gateway's first write fills the socket and
   // the rest waits until the client reads.
+  // A JSON object of 6 MiB: {"x":"xxx...x"}.
   std::string large(std::size_t{6} << 20, 'x');
-  large.front() = '"';
-  large.back() = '"';
+  large.replace(0, 6, R"({"x":")");
+  large.replace(large.size() - 2, 2, R"("})");
   ASSERT_TRUE(client.send(nettest::post("/echo", large) + nettest::post("/echo", "{\"after\":1}")));
   std::this_thread::sleep_for(milliseconds(200));
   std::optional<Reply> reply = client.readReply(kAnswerWait);
@@ -71,7 +75,7 @@ TEST(GatewayFlowTest, BlockingDeliveriesRunSideBySideUpToTheDeliveryCount) {
   std::vector<std::unique_ptr<RawClient>> clients;
   for (int i = 0; i < 4; ++i) {
     clients.push_back(std::make_unique<RawClient>(echo.port()));
-    ASSERT_TRUE(clients.back()->send(nettest::post("/echo", "hold")));
+    ASSERT_TRUE(clients.back()->send(nettest::post("/echo", nettest::kHold)));
   }
   // All four are inside the service at once, none waits behind another.
   EXPECT_TRUE(echo.service->waitEntered(4));
@@ -88,10 +92,11 @@ TEST(GatewayFlowTest, ARequestOverTheInFlightBudgetWaitsForRoomAndIsServed) {
   options.maxInFlightBytes = 100;
   EchoGateway echo(options);
   RawClient first(echo.port());
-  ASSERT_TRUE(first.send(nettest::post("/echo", "hold" + std::string(76, ' '))));  // 80 bytes
+  ASSERT_TRUE(
+      first.send(nettest::post("/echo", nettest::kHold + std::string(70, ' '))));  // 80 bytes
   ASSERT_TRUE(echo.service->waitEntered(1));
   RawClient second(echo.port());
-  ASSERT_TRUE(second.send(nettest::post("/echo", std::string(60, '7'))));
+  ASSERT_TRUE(second.send(nettest::post("/echo", kSixtyBytes)));
   // It waits while the first holds the budget...
   EXPECT_FALSE(second.readReply(milliseconds(300)));
   EXPECT_FALSE(second.ended);
@@ -103,7 +108,7 @@ TEST(GatewayFlowTest, ARequestOverTheInFlightBudgetWaitsForRoomAndIsServed) {
   reply = second.readReply(kAnswerWait);
   ASSERT_TRUE(reply);
   EXPECT_EQ(reply->status, 200);
-  EXPECT_EQ(reply->body, std::string(60, '7'));
+  EXPECT_EQ(reply->body, kSixtyBytes);
 }
 
 TEST(GatewayFlowTest, ARequestThatWaitsTooLongForTheBudgetGets503WithRetryAfterNotAReset) {
@@ -112,10 +117,10 @@ TEST(GatewayFlowTest, ARequestThatWaitsTooLongForTheBudgetGets503WithRetryAfterN
   options.bodyTimeout = milliseconds(300);
   EchoGateway echo(options);
   RawClient first(echo.port());
-  ASSERT_TRUE(first.send(nettest::post("/echo", "hold" + std::string(76, ' '))));
+  ASSERT_TRUE(first.send(nettest::post("/echo", nettest::kHold + std::string(70, ' '))));
   ASSERT_TRUE(echo.service->waitEntered(1));
   RawClient second(echo.port());
-  ASSERT_TRUE(second.send(nettest::post("/echo", std::string(60, '7'))));
+  ASSERT_TRUE(second.send(nettest::post("/echo", kSixtyBytes)));
   std::optional<Reply> reply = second.readReply(kAnswerWait);
   ASSERT_TRUE(reply) << (second.ended ? "closed without an answer" : "no answer");
   EXPECT_EQ(reply->status, 503);
@@ -134,7 +139,7 @@ TEST(GatewayFlowTest, ADeliveryPastItsTimeOutGets504AndTheLateAnswerIsDropped) {
   options.deliveryTimeout = milliseconds(200);
   EchoGateway echo(options);
   RawClient client(echo.port());
-  ASSERT_TRUE(client.send(nettest::post("/echo", "hold")));
+  ASSERT_TRUE(client.send(nettest::post("/echo", nettest::kHold)));
   std::optional<Reply> reply = client.readReply(kAnswerWait);
   ASSERT_TRUE(reply);
   EXPECT_EQ(reply->status, 504);
@@ -159,7 +164,7 @@ TEST(GatewayFlowTest, DrainAnswersTheRequestInFlightRefusesNewConnectionsAndTurn
   const std::uint16_t port = echo.port();
 
   RawClient inFlight(port);
-  ASSERT_TRUE(inFlight.send(nettest::post("/echo", "hold")));
+  ASSERT_TRUE(inFlight.send(nettest::post("/echo", nettest::kHold)));
   ASSERT_TRUE(echo.service->waitEntered(1));
   RawClient idle(port);  // kept alive after one answer
   ASSERT_TRUE(idle.send(nettest::get("/healthz")));
@@ -198,7 +203,7 @@ TEST(GatewayFlowTest, DrainAnswersTheRequestInFlightRefusesNewConnectionsAndTurn
   reply = inFlight.readReply(kAnswerWait);
   ASSERT_TRUE(reply);
   EXPECT_EQ(reply->status, 200);
-  EXPECT_EQ(reply->body, "hold");
+  EXPECT_EQ(reply->body, nettest::kHold);
   EXPECT_TRUE(reply->closes());
   ASSERT_EQ(stopped.wait_for(kAnswerWait), std::future_status::ready);
   // Done well before the drain time-out: nothing was left to wait for.
@@ -210,7 +215,7 @@ TEST(GatewayFlowTest, DrainClosesWhatRemainsAfterItsTimeOut) {
   options.drainTimeout = milliseconds(300);
   EchoGateway echo(options);
   RawClient inFlight(echo.port());
-  ASSERT_TRUE(inFlight.send(nettest::post("/echo", "hold")));
+  ASSERT_TRUE(inFlight.send(nettest::post("/echo", nettest::kHold)));
   ASSERT_TRUE(echo.service->waitEntered(1));
   const auto begin = std::chrono::steady_clock::now();
   echo.gateway->stop();

@@ -83,8 +83,8 @@ TEST(GatewayMetricsTest, MetricsParseAsPrometheusTextAndTheirCountersMove) {
   EXPECT_EQ(before.types.at("connector_gateway_connections_open"), "gauge");
   EXPECT_EQ(before.types.at("connector_gateway_requests_in_flight"), "gauge");
   EXPECT_EQ(before.types.at("connector_gateway_rejected_total"), "counter");
-  for (const char* reason :
-       {"connections", "header_size", "body_size", "busy", "header_timeout", "body_timeout"}) {
+  for (const char* reason : {"connections", "header_size", "body_size", "busy", "header_timeout",
+                             "body_timeout", "delivery_timeout", "tls", "auth", "content_type"}) {
     EXPECT_EQ(before.samples.count("connector_gateway_rejected_total{reason=\"" +
                                    std::string(reason) + "\"}"),
               1u)

@@ -41,7 +41,7 @@ TEST(HttpBridgeTest, AFarServiceFailureReachesTheClientWithTheStatusAndItsText) 
                         .get(),
                     std::runtime_error,
                     "POST " + far.url() +
-                        "/shop/CancelOrder failed: HTTP 500 Internal Server Error: order not "
+                        "/shop/CancelOrder failed: HTTP 404 Not Found: order not "
                         "found: ORD-404");
 }
 

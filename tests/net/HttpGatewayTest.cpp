@@ -183,11 +183,12 @@ TEST(HttpGatewayTest, AStoppedServiceIsAnswered503) {
   EXPECT_EQ(answer.body, R"({"error":"Service exists but is not running."})");
 }
 
-TEST(HttpGatewayTest, AFailingServiceIsAnswered500WithItsText) {
+TEST(HttpGatewayTest, AServiceFailureWithAStatusIsAnsweredWithThatStatusAndItsText) {
   FarShop far;
   nettest::RawAnswer answer = rawExchange(far.port(), "POST", "/shop/CancelOrder",
                                           R"({"type":"shop/CancelOrder","orderId":"ORD-404"})");
-  EXPECT_EQ(answer.status, 500);
+  EXPECT_EQ(answer.status, 404);
+  EXPECT_EQ(answer.contentType, "application/json");
   EXPECT_EQ(answer.body, R"({"error":"order not found: ORD-404"})");
 }
 
@@ -195,7 +196,7 @@ TEST(HttpGatewayTest, ErrorTextsAreJsonEscaped) {
   FarShop far;
   nettest::RawAnswer answer = rawExchange(far.port(), "POST", "/shop/CancelOrder",
                                           R"({"type":"shop/CancelOrder","orderId":"a\"b\\c"})");
-  EXPECT_EQ(answer.status, 500);
+  EXPECT_EQ(answer.status, 404);
   EXPECT_EQ(nettest::errorOf(answer.body), "order not found: a\"b\\c");
 }
 
@@ -211,9 +212,12 @@ TEST(HttpGatewayTest, KeepsServingAfterEveryKindOfError) {
   EXPECT_EQ(rawExchange(far.port(), "POST", "/shop/CancelOrder",
                         R"({"type":"shop/CancelOrder","orderId":"X"})")
                 .status,
-            500);
+            404);
+  EXPECT_EQ(rawExchange(far.port(), "POST", "/shop/ReserveItem", kReserve, "text/plain").status,
+            415);
+  EXPECT_EQ(rawExchange(far.port(), "POST", "/shop/ReserveItem", "[]").status, 400);
   EXPECT_EQ(rawExchange(far.port(), "POST", "/shop/ReserveItem", kReserve).status, 200);
-  EXPECT_EQ(far.gateway->requestsServed(), 6u);
+  EXPECT_EQ(far.gateway->requestsServed(), 8u);
 }
 
 TEST(HttpGatewayTest, PortZeroPicksAFreePortAndUrlNamesIt) {

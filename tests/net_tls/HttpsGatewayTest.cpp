@@ -69,8 +69,7 @@ TEST(HttpsGatewayTest, AFarFailureArrivesOverHttpsWithItsText) {
                                   connector::Address(shop::kCancelOrder))
                         .get(),
                     std::runtime_error,
-                    "POST " + far.url() +
-                        "/shop/CancelOrder failed: HTTP 500 Internal Server Error: " +
+                    "POST " + far.url() + "/shop/CancelOrder failed: HTTP 404 Not Found: " +
                         "order not found: ORD-404");
 }
 

@@ -175,15 +175,16 @@ TEST(Api, ARequestWhoseDefaultCannotBeWrittenHasNoExample) {
       << api.operations()[0].requestSchema;
 }
 
-TEST(Api, WithoutTokensTheErrorsAre400And404And413And503And504And500) {
+TEST(Api, WithoutTokensTheErrorsAre400And404And413And415And503And504And500) {
   const Object::Ptr document = shopApi().openApi();
   const Object::Ptr responses = at(document, {"paths", "/shop/ReserveItem", "post", "responses"});
 
   EXPECT_EQ(keys(responses),
-            (std::vector<std::string>{"200", "400", "404", "413", "503", "504", "500"}));
+            (std::vector<std::string>{"200", "400", "404", "413", "415", "503", "504", "500"}));
   const std::vector<std::pair<std::string, std::string>> named = {
-      {"400", "BadRequest"},         {"404", "NotFound"},       {"413", "PayloadTooLarge"},
-      {"503", "ServiceUnavailable"}, {"504", "GatewayTimeout"}, {"500", "InternalServerError"}};
+      {"400", "BadRequest"},           {"404", "NotFound"},           {"413", "PayloadTooLarge"},
+      {"415", "UnsupportedMediaType"}, {"503", "ServiceUnavailable"}, {"504", "GatewayTimeout"},
+      {"500", "InternalServerError"}};
   for (const auto& [status, name] : named) {
     EXPECT_EQ(text(responses->get(status)), R"({"$ref":"#/components/responses/)" + name + R"("})");
     const Object::Ptr response = at(document, {"components", "responses", name.c_str()});
@@ -204,8 +205,8 @@ TEST(Api, WithBearerTokensEveryOperationAsksForOneAndMayAnswer401) {
             R"({"bearer":{"type":"http","scheme":"bearer"}})");
   for (const char* path : {"/shop/ReserveItem", "/shop/CancelOrder"}) {
     const Object::Ptr responses = at(document, {"paths", path, "post", "responses"});
-    EXPECT_EQ(keys(responses),
-              (std::vector<std::string>{"200", "400", "401", "404", "413", "503", "504", "500"}));
+    EXPECT_EQ(keys(responses), (std::vector<std::string>{"200", "400", "401", "404", "413", "415",
+                                                         "503", "504", "500"}));
     EXPECT_EQ(text(responses->get("401")), R"({"$ref":"#/components/responses/Unauthorized"})");
   }
   EXPECT_EQ(

@@ -10,6 +10,7 @@
 #include "connector/nats/detail/Headers.hpp"
 #include "connector/transport/ErrorBody.hpp"
 #include "connector/transport/MetricNames.hpp"
+#include "connector/transport/RequestBody.hpp"
 
 #ifndef CONNECTOR_PACKAGE_VERSION
 #  define CONNECTOR_PACKAGE_VERSION "0.0.0"
@@ -64,6 +65,13 @@ ServiceIdentity identityOf(const NatsListenerOptions& options) {
           options.serviceVersion.empty() ? std::string(CONNECTOR_PACKAGE_VERSION)
                                          : options.serviceVersion,
           options.serviceDescription, startedNow()};
+}
+
+// Whether `address` is bound on `router` (asked only for a 404, the rare case).
+bool isBound(const Router& router, const std::string& address) {
+  const std::vector<Address> bound = router.addresses();
+  return std::any_of(bound.begin(), bound.end(),
+                     [&](const Address& each) { return each.str() == address; });
 }
 
 }  // namespace
@@ -427,10 +435,17 @@ void ListenerCore::serve(State& state, Received& received) {
     }
     common::DataBuffer body(natsMsg_GetData(request),
                             static_cast<std::size_t>(natsMsg_GetDataLength(request)));
-    const Clock::time_point begin = Clock::now();
-    answer = transport::deliverForAnswer(state.router.get(), nullptr, contentType, std::move(body),
-                                         address, deadline);
-    nanos = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - begin).count();
+    if (transport::isJsonObjectText(body.view())) {
+      const Clock::time_point begin = Clock::now();
+      answer = transport::deliverForAnswer(state.router.get(), nullptr, contentType,
+                                           std::move(body), address, deadline);
+      nanos = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - begin).count();
+    } else {
+      // Every service takes a JSON object: anything else is refused as the HTTP gateway
+      // refuses it, undelivered.
+      answer = {400, kDefaultContentType,
+                common::DataBuffer(transport::errorBody(transport::kNotAnObjectText))};
+    }
   } catch (const std::invalid_argument& refused) {
     answer = {400, kDefaultContentType, common::DataBuffer(transport::errorBody(refused.what()))};
   } catch (const std::exception& failure) {  // out of memory
@@ -439,9 +454,10 @@ void ListenerCore::serve(State& state, Received& received) {
 
   std::string errorText;
   if (answer.status != 200) errorText = transport::errorText(answer.body.view());
-  // An endpoint's figures: for a bound address only (404 is an unbound one, unless the
-  // address has figures already, e.g. a far side's 404 passed on).
-  if (!address.empty() && (answer.status != 404 || state.stats.has(address))) {
+  // An endpoint's figures: for a bound address only (a 404 may mean an unbound one, or
+  // a bound service's own answer, e.g. an order it does not know).
+  if (!address.empty() &&
+      (answer.status != 404 || state.stats.has(address) || isBound(*state.router, address))) {
     state.stats.record(address, answer.status, nanos, errorText);
   }
   const char* reply = natsMsg_GetReply(request);

@@ -32,7 +32,8 @@ const char* const kReasons[] = {metric::reason::kConnections,
                                 metric::reason::kBodyTimeout,
                                 metric::reason::kDeliveryTimeout,
                                 metric::reason::kTls,
-                                metric::reason::kAuth};
+                                metric::reason::kAuth,
+                                metric::reason::kContentType};
 
 // Seconds: from well under a millisecond (a cached answer) to the 30 s delivery time-out.
 const std::vector<double> kDurationBuckets = {0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1,

@@ -67,7 +67,8 @@ enum class Rejection {
   BodyTimeout,
   DeliveryTimeout,
   Tls,
-  Auth
+  Auth,
+  ContentType
 };
 
 // The handles of the gateway's metrics.
@@ -89,7 +90,7 @@ class GatewayMetrics {
   std::mutex mutex;                                           // guards byStatus, the other statuses
   std::unordered_map<int, transport::MetricsRegistry::Counter> byStatus;
   transport::MetricsRegistry::Histogram duration;
-  std::array<transport::MetricsRegistry::Counter, 9> rejections;
+  std::array<transport::MetricsRegistry::Counter, 10> rejections;
 };
 
 using transport::DeliveryAnswer;

@@ -13,9 +13,11 @@
 #include <boost/beast/http/error.hpp>
 
 #include "connector/host/ModuleLogger.hpp"
+#include "connector/net/detail/ContentType.hpp"
 #include "connector/net/detail/ResponseHead.hpp"
 #include "connector/transport/ErrorBody.hpp"
 #include "connector/transport/FailureAnswer.hpp"
+#include "connector/transport/RequestBody.hpp"
 
 namespace connector::net::detail {
 
@@ -346,6 +348,7 @@ void GatewaySession<Stream>::onHeader(const error_code& error) {
 
   routeRequest(head.methodText, head.target, route);
   if (core->tokens && route.kind != RequestRoute::Health) checkToken(route);
+  if (route.kind == RequestRoute::Deliver) checkContentType(route);
   if (route.kind != RequestRoute::Deliver) {
     // Answered without the body: a body that is there is never read, so the
     // connection closes after the answer.
@@ -404,6 +407,18 @@ void GatewaySession<Stream>::checkToken(RequestRoute& route) {
   const std::string_view target(head.target);
   logRefusal("401 " + head.methodText + " " +
              std::string(target.substr(0, target.find_first_of("?#"))) + ": " + route.text);
+}
+
+template <class Stream>
+void GatewaySession<Stream>::checkContentType(RequestRoute& route) {
+  // No Content-Type at all is taken for JSON (dispatch delivers it as such).
+  if (head.contentType.empty() || isJsonContentType(head.contentType)) return;
+  core->metrics.rejected(Rejection::ContentType);
+  route.kind = RequestRoute::Refuse;
+  route.status = 415;
+  route.text = kUnsupportedContentTypeText;
+  route.allow.clear();
+  route.challenge = false;
 }
 
 template <class Stream>
@@ -572,6 +587,15 @@ void GatewaySession<Stream>::dispatch() {
   reading = Reading::None;
   parser.reset();
   Slot& slot = slots.back();
+  if (!transport::isJsonObjectText(body.view())) {
+    // Every service takes a JSON object: anything else is refused here, undelivered.
+    // The body was read whole, so the connection stays usable.
+    releaseHeld();
+    answerError(slot, 400, transport::kNotAnObjectText, false);
+    writeNext();
+    maybeRead();
+    return;
+  }
   slot.delivering = true;
   slot.deadline = Clock::now() + core->options.deliveryTimeout;
   watchDeliveries();

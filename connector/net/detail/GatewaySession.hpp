@@ -161,6 +161,9 @@ class GatewaySession : public SessionBase,
   // Refuses the request just read unless it carries an accepted bearer token (when the
   // gateway asks for one): turns `route` into a 401.
   void checkToken(RequestRoute& route);
+  // Refuses a delivery whose Content-Type is not JSON: turns `route` into a 415 (the
+  // body, if any, is then left unread and the connection closes after the answer).
+  void checkContentType(RequestRoute& route);
   // Logs (when the module logger is on) why the request or connection was refused.
   void logRefusal(const std::string& what);
 
