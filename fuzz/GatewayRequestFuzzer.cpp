@@ -65,6 +65,7 @@ bool documented(int status) {
     case 404:
     case 405:
     case 413:
+    case 415:  // a body of a content type other than JSON
     case 431:
     case 503:
       return true;

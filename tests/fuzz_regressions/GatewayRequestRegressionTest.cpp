@@ -140,5 +140,21 @@ TEST_F(GatewayRequestRegressionTest, AnErrorQuotingBytesThatAreNotUtf8IsStillAJs
   expectStillServing();
 }
 
+// A Content-Type run together with the next header: not a JSON type, so 415 and nothing
+// delivered; with no Content-Length left, the request has no body, and the bytes after
+// its head are read as a next request, malformed, answered 400 with the connection closed.
+TEST_F(GatewayRequestRegressionTest, AContentTypeRunTogetherWithTheNextHeaderIsAnswered415) {
+  const std::string answer = exchange(
+      "POST /fuzz/echo HTTP/1.1\r\nHost: fuzz\r\nContent-Type: application/jContent-Length: "
+      "2\r\n\r\n{,");
+  EXPECT_EQ(answer.compare(0, 13, "HTTP/1.1 415 "), 0) << answer;
+  const std::string refused = R"({"error":"Content-Type must be application/json"})";
+  const std::size_t second = answer.find("HTTP/1.1 400 ");
+  ASSERT_NE(second, std::string::npos) << answer;
+  EXPECT_EQ(answer.substr(second - refused.size(), refused.size()), refused) << answer;
+  EXPECT_NE(answer.find("Connection: close\r\n", second), std::string::npos) << answer;
+  expectStillServing();
+}
+
 }  // namespace
 }  // namespace connector::net
