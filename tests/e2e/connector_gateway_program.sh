@@ -3,6 +3,7 @@
 # request, /healthz and /schemas (the shop's four JSON Schemas), then drains on SIGTERM and
 # exits 0. Usage: connector_gateway_program.sh <path of connector-gateway>
 set -euo pipefail
+source "$(dirname "$0")/wait_for.sh"
 program=$1
 work=$(mktemp -d)
 pid=
@@ -14,13 +15,7 @@ trap cleanup EXIT
 
 "$program" --port 0 --drain-timeout 2 >"$work/out" 2>&1 &
 pid=$!
-url=
-for _ in $(seq 1 100); do  # at most 10 s
-  url=$(sed -n 's/^listening on //p' "$work/out")
-  [ -n "$url" ] && break
-  sleep 0.1
-done
-[ -n "$url" ] || { echo "no 'listening on' line:"; cat "$work/out"; exit 1; }
+url=$(wait_for "$work/out" 's/^listening on //p')
 
 fail() { echo "FAIL: $*"; cat "$work/out"; exit 1; }
 answer=$(curl -sS --max-time 5 -H 'Content-Type: application/json' \

@@ -6,6 +6,7 @@
 # with the refusal, and no output ever shows the token.
 # Usage: nats_secure_programs.sh <connector-gateway> <bridge_demo>
 set -euo pipefail
+source "$(dirname "$0")/wait_for.sh"
 gateway=$1
 demo=$2
 root=$(cd "$(dirname "$0")/../.." && pwd)
@@ -40,15 +41,6 @@ done
 url="tls://$token@127.0.0.1:$port"
 ca=(--nats-ca-file "$work/pki/ca.pem")
 
-# wait_for <file> <sed expression>: the first match within 10 s.
-wait_for() {
-  for _ in $(seq 1 100); do
-    value=$(sed -n "$2" "$1")
-    [ -n "$value" ] && { echo "$value"; return 0; }
-    sleep 0.1
-  done
-  fail "nothing matched $2 in $1"
-}
 "$gateway" --port 0 --nats "$url" "${ca[@]}" >"$work/service.out" 2>&1 &
 pids+=($!)
 wait_for "$work/service.out" 's/^serving over NATS at \(.*\) (subjects.*/\1/p' >/dev/null

@@ -7,6 +7,7 @@
 # demonstrates with its type and status, in process and over HTTP.
 # Usage: program_usage.sh <path of connector-gateway> <path of bridge_demo>
 set -euo pipefail
+source "$(dirname "$0")/wait_for.sh"
 gateway=$1
 demo=$2
 work=$(mktemp -d)
@@ -85,13 +86,7 @@ grep -qxF '  outcome:       connector::transport::StatusError 404 "order not fou
 # --http (its shown request, its failing one and a load of 10).
 "$gateway" --port 0 --drain-timeout 2 >"$work/gateway.out" 2>&1 &
 pid=$!
-url=
-for _ in $(seq 1 100); do # at most 10 s
-  url=$(sed -n 's/^listening on //p' "$work/gateway.out")
-  [ -n "$url" ] && break
-  sleep 0.1
-done
-[ -n "$url" ] || { echo "no 'listening on' line:"; cat "$work/gateway.out"; exit 1; }
+url=$(wait_for "$work/gateway.out" 's/^listening on //p')
 answer=$(curl -sS --max-time 5 -H 'Content-Type: application/json' \
   -d '{"type":"shop/ReserveItem","sku":"LAMP-01","quantity":2}' "$url/shop/ReserveItem")
 [ "$answer" = '{"reservationId":"R-000001","sku":"LAMP-01","quantity":2,"accepted":true,"type":"shop/Reservation"}' ] ||
@@ -106,13 +101,7 @@ grep -qxF "connector-gateway: stopped on signal 15, served 1 request" "$work/gat
 
 "$gateway" --port 0 --drain-timeout 2 >"$work/gateway.out" 2>&1 &
 pid=$!
-url=
-for _ in $(seq 1 100); do
-  url=$(sed -n 's/^listening on //p' "$work/gateway.out")
-  [ -n "$url" ] && break
-  sleep 0.1
-done
-[ -n "$url" ] || { echo "no 'listening on' line:"; cat "$work/gateway.out"; exit 1; }
+url=$(wait_for "$work/gateway.out" 's/^listening on //p')
 # expect_answer <status> <body> <curl args...>
 expect_answer() {
   local status=$1 body=$2
