@@ -5,6 +5,7 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -32,13 +33,21 @@ std::unique_ptr<NatsServerProcess> stoppedServer(const std::string& config = "")
 
 TEST(NatsConnectWaitTest, ALinkAndAListenerStartedBeforeTheServerServeOnceItIsUp) {
   auto server = stoppedServer();
+  // Both constructors run at once, so each tells under the lock.
+  std::mutex toldLock;
   std::vector<std::string> told;
   auto listen = natstest::listenerOptions(server->url());
   listen.initialConnectWait = std::chrono::seconds(20);
-  listen.onConnectWait = [&told](const std::string& url) { told.push_back("listener " + url); };
+  listen.onConnectWait = [&](const std::string& url) {
+    const std::lock_guard<std::mutex> hold(toldLock);
+    told.push_back("listener " + url);
+  };
   auto link = natstest::linkOptions(server->url());
   link.initialConnectWait = std::chrono::seconds(20);
-  link.onConnectWait = [&told](const std::string& url) { told.push_back("link " + url); };
+  link.onConnectWait = [&](const std::string& url) {
+    const std::lock_guard<std::mutex> hold(toldLock);
+    told.push_back("link " + url);
+  };
 
   // Both constructors wait on threads of their own; the server starts 300 ms later.
   auto far =
